@@ -1,0 +1,288 @@
+// Speed, memory and quality of the scroll stitcher on captures of real size.
+// Targets: append of a 1600 x 1200 frame <= 4 ms (median), 3840 x 2000 <= 12 ms,
+// compose of 1600 x 24000 <= 150 ms, and the peak memory of a 24000-row capture
+// made of 100-row steps under 2.2 x (result + two frames).
+
+#include "scroll/ScrollStitcher.h"
+
+#include "../tests/scroll/ScrollScenario.h"
+
+#include <benchmark/benchmark.h>
+
+#include <malloc.h>
+
+#include <algorithm>
+#include <ctime>
+#include <fstream>
+#include <map>
+#include <string>
+
+namespace {
+
+using namespace pixmora;
+using Kind = AppendResult::Kind;
+using synthetic::DocumentStyle;
+
+constexpr qint64 kCaptureLimit = 24000;
+
+int maxShiftFor(int frameHeight)
+{
+    return frameHeight - std::max(frameHeight * 12 / 100, 48);
+}
+
+// Wall and thread CPU time of each timed call, for medians that pauses and
+// restarts do not blur. On a loaded machine the CPU time is the steadier figure.
+class CallTimes {
+public:
+    template<typename Call>
+    auto time(Call &&call)
+    {
+        const double wallStart = now(CLOCK_MONOTONIC);
+        const double cpuStart = now(CLOCK_THREAD_CPUTIME_ID);
+        auto result = call();
+        m_cpu.push_back(now(CLOCK_THREAD_CPUTIME_ID) - cpuStart);
+        m_wall.push_back(now(CLOCK_MONOTONIC) - wallStart);
+        return result;
+    }
+
+    void report(benchmark::State &state)
+    {
+        if (m_wall.empty())
+            return;
+        state.counters["median_ms"] = median(m_wall);
+        state.counters["median_cpu_ms"] = median(m_cpu);
+    }
+
+private:
+    static double now(clockid_t clock)
+    {
+        timespec time{};
+        clock_gettime(clock, &time);
+        return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
+    }
+
+    static double median(std::vector<double> &milliseconds)
+    {
+        std::nth_element(milliseconds.begin(), milliseconds.begin() + long(milliseconds.size() / 2), milliseconds.end());
+        return milliseconds[milliseconds.size() / 2];
+    }
+
+    std::vector<double> m_wall;
+    std::vector<double> m_cpu;
+};
+
+// A text-and-pictures document of the given width, made once per width.
+const QImage &variedDocument(int width, int height)
+{
+    static std::map<std::pair<int, int>, QImage> documents;
+    QImage &document = documents[{width, height}];
+    if (document.isNull()) {
+        std::mt19937 random(static_cast<std::uint32_t>(width));
+        document = synthetic::makeDocument(width, height, 1200, DocumentStyle::varied, random);
+    }
+    return document;
+}
+
+// A document of any length that is never held whole: row r repeats one of a
+// few hundred rows of noise, picked by a hash of r.
+class EndlessDocument {
+public:
+    explicit EndlessDocument(int width)
+    {
+        std::mt19937 random(5);
+        m_rows = synthetic::makeNoise(width, 509, random);
+    }
+
+    QImage frame(qint64 top, int height) const
+    {
+        QImage frame(m_rows.width(), height, QImage::Format_RGB32);
+        for (int y = 0; y < height; ++y)
+            std::memcpy(frame.scanLine(y), m_rows.constScanLine(rowAt(top + y)), std::size_t(m_rows.bytesPerLine()));
+        return frame;
+    }
+
+private:
+    int rowAt(qint64 row) const
+    {
+        std::uint64_t mixed = std::uint64_t(row) * 0x9e3779b97f4a7c15ULL;
+        mixed ^= mixed >> 31;
+        return int(mixed % std::uint64_t(m_rows.height()));
+    }
+
+    QImage m_rows;
+};
+
+qint64 statusKilobytes(const char *field)
+{
+    std::ifstream status("/proc/self/status");
+    std::string line;
+    const std::string prefix = std::string(field) + ":";
+    while (std::getline(status, line)) {
+        if (line.rfind(prefix, 0) == 0)
+            return std::stoll(line.substr(prefix.size()));
+    }
+    return -1;
+}
+
+// Peak resident memory of a whole capture: 1600 x 1200 frames, 100 rows apart,
+// until the 24000-row limit, then composed. Each frame is made, appended and
+// dropped in turn, as the capture session does.
+void BM_CaptureMemory(benchmark::State &state)
+{
+    const EndlessDocument document(1600);
+    for (auto _ : state) {
+        malloc_trim(0);
+        std::ofstream("/proc/self/clear_refs") << "5"; // restart the peak (VmHWM) from here
+        const qint64 baseline = statusKilobytes("VmRSS");
+        qint64 resultBytes = 0;
+        {
+            const auto stitcher = ScrollStitcher::create(document.frame(0, 1200), kCaptureLimit);
+            Kind kind = Kind::appended;
+            for (qint64 top = 100; kind == Kind::appended; top += 100)
+                kind = stitcher->append(document.frame(top, 1200)).kind;
+            if (kind != Kind::limitReached) {
+                state.SkipWithError("the capture did not align");
+                return;
+            }
+            const QImage composed = stitcher->compose();
+            resultBytes = composed.sizeInBytes();
+        }
+        const qint64 peak = statusKilobytes("VmHWM");
+        if (baseline < 0 || peak < 0) {
+            state.SkipWithError("no /proc/self/status");
+            return;
+        }
+        const double peakBytes = double(peak - baseline) * 1024;
+        const double frameBytes = 1600.0 * 1200 * 4;
+        state.counters["peak_MB"] = peakBytes / 1e6;
+        state.counters["bound_MB"] = 2.2 * (double(resultBytes) + 2 * frameBytes) / 1e6;
+        state.counters["peak_per_result_and_two_frames"] = peakBytes / (double(resultBytes) + 2 * frameBytes);
+    }
+}
+// Registered first, so that no earlier benchmark has left freed memory behind to reuse.
+BENCHMARK(BM_CaptureMemory)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+// Frames scrolled down a text-and-pictures page by random shifts up to the
+// largest the stitcher tries; the stitcher starts afresh (untimed) at the bottom.
+void appendRandomShift(benchmark::State &state, int width, int height)
+{
+    const QImage &document = variedDocument(width, height * 10);
+    std::mt19937 random(11);
+    std::uniform_int_distribution<int> shifts(1, maxShiftFor(height));
+    std::unique_ptr<ScrollStitcher> stitcher;
+    int top = 0;
+    qint64 appends = 0;
+    qint64 aligned = 0;
+    CallTimes times;
+    for (auto _ : state) {
+        const int shift = shifts(random);
+        if (!stitcher || top + shift + height > document.height()) {
+            state.PauseTiming();
+            top = 0;
+            stitcher = ScrollStitcher::create(synthetic::frameAt(document, 0, height), kCaptureLimit);
+            state.ResumeTiming();
+        }
+        top += shift;
+        const QImage frame = synthetic::frameAt(document, top, height);
+        const AppendResult result = times.time([&] { return stitcher->append(frame); });
+        ++appends;
+        aligned += result.kind == Kind::appended && result.rows == shift;
+    }
+    times.report(state);
+    state.counters["aligned"] = double(aligned) / double(std::max<qint64>(appends, 1));
+}
+
+void BM_Append1600x1200(benchmark::State &state)
+{
+    appendRandomShift(state, 1600, 1200);
+}
+BENCHMARK(BM_Append1600x1200)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+void BM_Append3840x2000(benchmark::State &state)
+{
+    appendRandomShift(state, 3840, 2000);
+}
+BENCHMARK(BM_Append3840x2000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+// The matching alone: each frame has moved past the reach of the search, so
+// append computes the signature and runs both searches but copies nothing.
+void matchOnly(benchmark::State &state, int width, int height)
+{
+    const QImage &document = variedDocument(width, height * 10);
+    const auto stitcher = ScrollStitcher::create(synthetic::frameAt(document, 0, height), kCaptureLimit);
+    std::mt19937 random(13);
+    std::uniform_int_distribution<int> tops(height, document.height() - height);
+    CallTimes times;
+    qint64 refused = 0;
+    for (auto _ : state) {
+        const QImage frame = synthetic::frameAt(document, tops(random), height);
+        refused += times.time([&] { return stitcher->append(frame); }).kind == Kind::noMatch;
+    }
+    times.report(state);
+    state.counters["refused"] = double(refused) / double(state.iterations());
+}
+
+void BM_MatchOnly1600x1200(benchmark::State &state)
+{
+    matchOnly(state, 1600, 1200);
+}
+BENCHMARK(BM_MatchOnly1600x1200)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+void BM_MatchOnly3840x2000(benchmark::State &state)
+{
+    matchOnly(state, 3840, 2000);
+}
+BENCHMARK(BM_MatchOnly3840x2000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+void BM_Compose1600x24000(benchmark::State &state)
+{
+    const EndlessDocument document(1600);
+    const auto stitcher = ScrollStitcher::create(document.frame(0, 1200), kCaptureLimit);
+    for (qint64 top = 1000; stitcher->totalHeight() < kCaptureLimit; top += 1000) {
+        if (stitcher->append(document.frame(top, 1200)).kind == Kind::noMatch) {
+            state.SkipWithError("the capture did not align");
+            return;
+        }
+    }
+    CallTimes times;
+    for (auto _ : state) {
+        const QImage composed = times.time([&] { return stitcher->compose(); });
+        benchmark::DoNotOptimize(composed.constBits());
+    }
+    times.report(state);
+}
+BENCHMARK(BM_Compose1600x24000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+
+// Synthetic documents scrolled at capture size: how many captures come out
+// exactly, and how many frames are accepted, refused or misread.
+void BM_Quality(benchmark::State &state, DocumentStyle style)
+{
+    std::mt19937 random(23);
+    std::vector<QImage> documents;
+    for (int index = 0; index < 2; ++index)
+        documents.push_back(synthetic::makeDocument(1600, 6000, 1200, style, random));
+    synthetic::ScrollTally tally;
+    std::vector<std::string> faults;
+    for (auto _ : state) {
+        for (const QImage &document : documents) {
+            for (int frameHeight : {600, 900, 1200})
+                tally.add(synthetic::scrollThrough(document, frameHeight, kCaptureLimit, random, faults));
+        }
+    }
+    if (!faults.empty())
+        state.SkipWithError(faults.front().c_str());
+    state.counters["cases"] = tally.cases;
+    state.counters["cases_exact"] = tally.casesAllAccepted + tally.casesWithRefusals;
+    state.counters["frames"] = tally.frames;
+    state.counters["accepted"] = tally.framesAccepted;
+    state.counters["refused"] = tally.framesRefused;
+    state.counters["misread"] = tally.framesMisaligned;
+    state.SetLabel(tally.summary());
+}
+BENCHMARK_CAPTURE(BM_Quality, varied, DocumentStyle::varied)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(BM_Quality, blank_stretches, DocumentStyle::blankStretches)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(BM_Quality, stripes, DocumentStyle::stripes)->Unit(benchmark::kMillisecond)->Iterations(1);
+
+} // namespace
+
+BENCHMARK_MAIN();

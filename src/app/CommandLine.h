@@ -1,0 +1,19 @@
+#pragma once
+
+#include <QString>
+#include <QStringList>
+
+namespace pixmora {
+
+// What one start of the binary was asked to do.
+struct Command {
+    enum class Kind { runApp, capture, setSaveFolder, showSaveFolder, help, version, invalid };
+    Kind kind = Kind::runApp;
+    QString argument;  // capture kind, folder, or the reason the line is invalid
+};
+
+// arguments excludes the program name.
+Command parseCommandLine(const QStringList &arguments);
+QString usageText();
+
+} // namespace pixmora

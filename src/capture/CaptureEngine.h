@@ -1,0 +1,60 @@
+#pragma once
+
+#include "platform/Displays.h"
+#include "platform/Error.h"
+
+#include <QByteArray>
+#include <QImage>
+#include <QRectF>
+
+#include <optional>
+
+namespace pixmora {
+
+class ScreenCapture;
+
+// One captured bitmap and the backing scale of the display it came from.
+struct CapturedImage {
+    QImage image;
+    double scale = 1.0;
+};
+
+// Where pixels come from and how images leave the program as PNG. Stateless.
+// All rectangles are in Qt's global logical coordinates (points, y down);
+// images are in device pixels.
+namespace CaptureEngine {
+
+// The error of a capture that found no display.
+Error noDisplayError();
+
+// Scale of the display with that id; else the main (first) display's; else 2.0.
+double backingScale(quint32 displayID, const DisplayList &displays);
+// Scale of the first display containing the frame's centre (a display owns
+// its left and top edges, not its right and bottom ones); else as above.
+double backingScaleForWindowFrame(const QRectF &frame, const DisplayList &displays);
+
+QImage captureDisplay(ScreenCapture &service, const DisplayInfo &display);
+QImage captureRegion(ScreenCapture &service, const DisplayInfo &display, const QRectF &rect);
+// The window at the scale of the display under its centre, with the
+// program's own drop shadow when asked (the plain image if shadowing fails).
+CapturedImage captureWindow(ScreenCapture &service, const WindowInfo &window, bool withShadow);
+
+// The window on a transparent canvas with a margin of whole(40 * scale)
+// pixels on every side, over a soft black shadow that falls 8 * scale pixels
+// below it. Nothing for a null window.
+std::optional<QImage> compositeShadow(const QImage &window, double scale);
+
+// Cuts a selection made on screenFrame out of that screen's frozen image,
+// clipped to the image; the result shares the image's pixels. Null when the
+// selection covers no whole pixel or lies outside the image.
+QImage crop(const QImage &displayImage, const QRectF &selection, const QRectF &screenFrame);
+
+// PNG bytes with a resolution of 72 * scale dots per inch; empty on failure.
+QByteArray pngData(const QImage &image, double scale);
+// Writes PNG bytes atomically: a failure never leaves a partial file under
+// the final name. Throws Error naming the file and the reason, also for
+// empty bytes (a failed encoding).
+void writePNG(const QByteArray &png, const QString &path);
+
+} // namespace CaptureEngine
+} // namespace pixmora

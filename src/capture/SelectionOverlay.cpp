@@ -1,0 +1,345 @@
+#include "capture/SelectionOverlay.h"
+
+#include "capture/OverlayPanel.h"
+#include "platform/Desktop.h"
+
+#include <QCursor>
+#include <QFontMetricsF>
+#include <QGuiApplication>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPainterPath>
+#include <QTimer>
+#include <QVBoxLayout>
+
+#include <algorithm>
+#include <cmath>
+#include <utility>
+
+namespace pixmora {
+
+namespace {
+
+constexpr double minimumSide = 2.0;
+constexpr double labelGap = 15.0, labelInset = 10.0, labelInsideLift = 5.0;
+constexpr double labelPadX = 5.0, labelPadY = 2.5, labelCornerRadius = 4.0;
+constexpr double hintTop = 64.0, hintPadX = 12.0, hintPadY = 6.0;
+// Antialiased edges and the border reach at most this far past the shapes' boxes.
+constexpr double paintSlack = 2.0;
+
+const QColor dimColor = QColor::fromRgbF(0, 0, 0, 0.25);
+const QColor hintBackground = QColor::fromRgbF(0, 0, 0, 0.72);
+const QColor labelBackground = QColor::fromRgbF(0, 0, 0, 0.7);
+
+QFont overlayFont(const QFont &base, int pixelSize)
+{
+    // Sizes are points of the overlay, which are Qt's logical pixels.
+    QFont font = base;
+    font.setPixelSize(pixelSize);
+    font.setWeight(QFont::Medium);
+    return font;
+}
+
+QSizeF textSize(const QFont &font, const QString &text)
+{
+    const QFontMetricsF metrics(font);
+    return {metrics.horizontalAdvance(text), metrics.height()};
+}
+
+// The whole logical pixels lying entirely inside rect.
+QRect pixelsInside(const QRectF &rect)
+{
+    const QPoint topLeft(int(std::ceil(rect.left())), int(std::ceil(rect.top())));
+    const QPoint bottomRight(int(std::floor(rect.right())), int(std::floor(rect.bottom())));
+    return QRect(topLeft, bottomRight - QPoint(1, 1));
+}
+
+} // namespace
+
+namespace SelectionGeometry {
+
+QRectF normalizedRect(QPointF a, QPointF b)
+{
+    return QRectF(QPointF(std::min(a.x(), b.x()), std::min(a.y(), b.y())),
+                  QSizeF(std::abs(a.x() - b.x()), std::abs(a.y() - b.y())));
+}
+
+bool isAccepted(const QRectF &selection)
+{
+    return selection.width() >= minimumSide && selection.height() >= minimumSide;
+}
+
+QString sizeLabelText(QSizeF size)
+{
+    return QStringLiteral("%1 %2 %3").arg(qint64(size.width())).arg(QChar(0x00D7)).arg(qint64(size.height()));
+}
+
+QRectF sizeLabelRect(const QRectF &selection, QSizeF labelSize, QSizeF viewSize)
+{
+    double x = selection.right() - labelSize.width() - labelInset;
+    double y = selection.bottom() + labelGap;
+    if (y + labelSize.height() > viewSize.height())
+        y = selection.bottom() - labelInsideLift - labelSize.height();
+    if (x < 0)
+        x = selection.left();
+    return QRectF(QPointF(x, y), labelSize);
+}
+
+QRectF hintTextRect(QSizeF textSize, QSizeF viewSize)
+{
+    return QRectF(QPointF(viewSize.width() / 2 - textSize.width() / 2, hintTop), textSize);
+}
+
+} // namespace SelectionGeometry
+
+// --- RegionSelectionController ---
+
+RegionSelectionController::RegionSelectionController(std::optional<QString> hint, DisplaySnapshots snapshots,
+                                                     DisplayList displays, Desktop &desktop, Completion completion)
+    : m_completion(std::move(completion)),
+      m_hint(std::move(hint)),
+      m_snapshots(std::move(snapshots)),
+      m_displays(std::move(displays)),
+      m_desktop(desktop)
+{
+}
+
+RegionSelectionController::~RegionSelectionController() = default;
+
+QList<OverlayPanel *> RegionSelectionController::panels() const
+{
+    QList<OverlayPanel *> result;
+    for (const auto &panel : m_panels)
+        result.append(panel.get());
+    return result;
+}
+
+void RegionSelectionController::begin()
+{
+    m_previousWindow = m_desktop.activeWindow();
+    m_desktop.activateApplication();
+    const QPoint mouse = QCursor::pos();
+
+    OverlayPanel *keyPanel = nullptr;
+    for (const DisplayInfo &display : m_displays) {
+        const auto snapshot = m_snapshots.find(display.id);
+        if (snapshot == m_snapshots.end())
+            continue;
+        auto panel = std::make_unique<OverlayPanel>(display, m_desktop);
+        auto *view = new RegionSelectionView(this, m_hint, display, snapshot->second, panel.get());
+        auto *layout = new QVBoxLayout(panel.get());
+        layout->setContentsMargins(0, 0, 0, 0);
+        layout->addWidget(view);
+        panel->setFocusProxy(view);
+        panel->present(false);
+        if (!keyPanel && display.frame.contains(mouse))
+            keyPanel = panel.get();
+        m_panels.push_back(std::move(panel));
+    }
+    if (m_panels.empty()) {
+        // Nothing to select on: cancel rather than leave the flow waiting forever.
+        QTimer::singleShot(0, this, [this] { finish(std::nullopt, nullptr); });
+        return;
+    }
+    // The key panel is chosen after all are shown, so that no later one takes the focus.
+    (keyPanel ? keyPanel : m_panels.front().get())->makeKey();
+
+    // A display that goes away leaves a panel over nothing, and its rectangle would be meaningless.
+    connect(qGuiApp, &QGuiApplication::screenRemoved, this, [this] { finish(std::nullopt, nullptr); });
+}
+
+void RegionSelectionController::finish(std::optional<QRectF> rect, const DisplayInfo *display)
+{
+    if (m_finished)
+        return;
+    m_finished = true;
+
+    std::optional<RegionSelection> selection;
+    if (rect && display && SelectionGeometry::isAccepted(*rect))
+        selection = RegionSelection{*rect, *display};
+
+    // Usually called from inside one of the views' event handlers, so the
+    // panels are hidden now and deleted once that handler has returned.
+    for (auto &panel : m_panels) {
+        panel->hide();
+        panel.release()->deleteLater();
+    }
+    m_panels.clear();
+
+    if (m_previousWindow != 0)
+        m_desktop.activateWindow(std::exchange(m_previousWindow, 0));
+
+    if (Completion completion = std::exchange(m_completion, nullptr))
+        completion(std::move(selection));
+}
+
+// --- RegionSelectionView ---
+
+RegionSelectionView::RegionSelectionView(QPointer<RegionSelectionController> controller, std::optional<QString> hint,
+                                         DisplayInfo display, QImage snapshot, QWidget *parent)
+    : QWidget(parent),
+      m_controller(std::move(controller)),
+      m_hint(std::move(hint)),
+      m_display(std::move(display)),
+      m_snapshot(std::move(snapshot)),
+      // Setting the ratio on a shared image would copy all its pixels; this
+      // read-only image reads them in place. At the display's own ratio
+      // QPainter copies them to the screen 1:1.
+      m_backdrop(m_snapshot.constBits(), m_snapshot.width(), m_snapshot.height(), m_snapshot.bytesPerLine(),
+                 m_snapshot.format()),
+      m_hintFont(overlayFont(font(), 14)),
+      m_labelFont(overlayFont(font(), 12))
+{
+    m_backdrop.setDevicePixelRatio(m_display.scale);
+    setAttribute(Qt::WA_OpaquePaintEvent);
+    setFocusPolicy(Qt::StrongFocus);
+    setCursor(Qt::CrossCursor);
+}
+
+std::optional<QRectF> RegionSelectionView::selection() const
+{
+    if (!m_dragStart)
+        return std::nullopt;
+    return SelectionGeometry::normalizedRect(*m_dragStart, m_dragCurrent);
+}
+
+QRectF RegionSelectionView::hintCapsule() const
+{
+    if (!m_hint)
+        return {};
+    const QRectF text = SelectionGeometry::hintTextRect(textSize(m_hintFont, *m_hint), size());
+    return text.adjusted(-hintPadX, -hintPadY, hintPadX, hintPadY);
+}
+
+QRectF RegionSelectionView::sizeLabelBox(const QRectF &selection) const
+{
+    const QSizeF labelSize = textSize(m_labelFont, SelectionGeometry::sizeLabelText(selection.size()));
+    return SelectionGeometry::sizeLabelRect(selection, labelSize, size());
+}
+
+void RegionSelectionView::paintEvent(QPaintEvent *)
+{
+    QPainter painter(this);
+    // A snapshot a pixel short of the view (rounding at fractional scales)
+    // must not leave the rest of the view unpainted.
+    if (!QRectF(QPointF(0, 0), m_backdrop.deviceIndependentSize()).contains(rect()))
+        painter.fillRect(rect(), Qt::black);
+    painter.drawImage(QPointF(0, 0), m_backdrop);
+
+    const std::optional<QRectF> selected = selection();
+    QPainterPath dimmed;  // odd-even: the selection is a hole
+    dimmed.addRect(rect());
+    if (selected)
+        dimmed.addRect(*selected);
+    painter.fillPath(dimmed, dimColor);
+
+    painter.setRenderHint(QPainter::Antialiasing);
+    if (!selected) {
+        if (m_hint) {
+            const QRectF capsule = hintCapsule();
+            const double radius = capsule.height() / 2;
+            painter.setPen(Qt::NoPen);
+            painter.setBrush(hintBackground);
+            painter.drawRoundedRect(capsule, radius, radius);
+            painter.setFont(m_hintFont);
+            painter.setPen(Qt::white);
+            painter.drawText(capsule, Qt::AlignCenter, *m_hint);
+        }
+        return;
+    }
+
+    // The line lies just outside the selected pixels.
+    painter.setPen(QPen(Qt::white, 1.0, Qt::SolidLine, Qt::SquareCap, Qt::MiterJoin));
+    painter.setBrush(Qt::NoBrush);
+    painter.drawRect(selected->adjusted(-0.5, -0.5, 0.5, 0.5));
+
+    const QRectF label = sizeLabelBox(*selected);
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(labelBackground);
+    painter.drawRoundedRect(label.adjusted(-labelPadX, -labelPadY, labelPadX, labelPadY), labelCornerRadius,
+                            labelCornerRadius);
+    painter.setFont(m_labelFont);
+    painter.setPen(Qt::white);
+    painter.drawText(label, Qt::AlignCenter, SelectionGeometry::sizeLabelText(selected->size()));
+}
+
+// The pixels that the border and the size label of this selection cover.
+QRegion RegionSelectionView::decorationArea(const QRectF &selection) const
+{
+    const QRectF outer = selection.adjusted(-paintSlack, -paintSlack, paintSlack, paintSlack);
+    QRegion area(outer.toAlignedRect());
+    area -= QRegion(pixelsInside(selection.adjusted(paintSlack, paintSlack, -paintSlack, -paintSlack)));
+    const QRectF label = sizeLabelBox(selection).adjusted(-labelPadX, -labelPadY, labelPadX, labelPadY);
+    area += label.adjusted(-paintSlack, -paintSlack, paintSlack, paintSlack).toAlignedRect();
+    return area;
+}
+
+QPointF RegionSelectionView::insideBounds(QPointF point) const
+{
+    return {std::clamp(point.x(), 0.0, double(width())), std::clamp(point.y(), 0.0, double(height()))};
+}
+
+void RegionSelectionView::makePanelKey()
+{
+    if (auto *panel = qobject_cast<OverlayPanel *>(window()))
+        panel->makeKey();
+}
+
+void RegionSelectionView::mousePressEvent(QMouseEvent *event)
+{
+    event->accept();
+    if (!m_controller || event->button() != Qt::LeftButton)
+        return;
+    makePanelKey();
+    // The hint goes away; a drag whose mouse-up never arrived goes as a whole.
+    QRegion changed = m_dragStart ? QRegion(rect()) : QRegion(hintCapsule().toAlignedRect());
+    m_dragStart = m_dragCurrent = insideBounds(event->position());
+    changed += decorationArea(*selection());
+    update(changed);
+}
+
+void RegionSelectionView::mouseMoveEvent(QMouseEvent *event)
+{
+    event->accept();
+    if (!m_controller || !m_dragStart)
+        return;
+    const QRectF before = *selection();
+    m_dragCurrent = insideBounds(event->position());
+    const QRectF after = *selection();
+    if (after == before)
+        return;
+    // Only the band between the two rectangles changes its dimming; the
+    // borders and labels redraw where they were and where they are now.
+    QRegion changed = QRegion(before.toAlignedRect()).xored(QRegion(after.toAlignedRect()));
+    changed += decorationArea(before);
+    changed += decorationArea(after);
+    update(changed);
+}
+
+void RegionSelectionView::mouseReleaseEvent(QMouseEvent *event)
+{
+    event->accept();
+    if (!m_controller || event->button() != Qt::LeftButton || !m_dragStart)
+        return;
+    m_dragCurrent = insideBounds(event->position());
+    const QRectF global = selection()->translated(m_display.frame.topLeft());
+    m_controller->finish(global, &m_display);
+}
+
+void RegionSelectionView::keyPressEvent(QKeyEvent *event)
+{
+    // Every other key is swallowed: nothing behind the overlay should see it.
+    event->accept();
+    if (m_controller && event->key() == Qt::Key_Escape)
+        m_controller->finish(std::nullopt, nullptr);
+}
+
+void RegionSelectionView::enterEvent(QEnterEvent *event)
+{
+    QWidget::enterEvent(event);
+    if (m_controller)
+        makePanelKey();
+}
+
+} // namespace pixmora

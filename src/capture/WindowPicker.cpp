@@ -1,0 +1,273 @@
+#include "capture/WindowPicker.h"
+
+#include "capture/OverlayPanel.h"
+#include "platform/Desktop.h"
+
+#include <QCoreApplication>
+#include <QCursor>
+#include <QFontMetricsF>
+#include <QKeyEvent>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QVBoxLayout>
+
+#include <algorithm>
+
+namespace pixmora {
+
+namespace {
+
+const QColor dimColor = QColor::fromRgbF(0, 0, 0, 0.15);
+const QColor labelBackground = QColor::fromRgbF(0, 0, 0, 0.65);
+constexpr double outlineRadius = 8.0;
+constexpr double outlineWidth = 3.0;
+constexpr double labelRadius = 6.0;
+// The stroke's outer half plus a pixel of antialiasing.
+constexpr int outlineBleed = 3;
+
+constexpr int minimumSide = 40;
+constexpr int firstDockLayer = 20;
+
+// Half-open, like the frames of the window system: the right and bottom edges
+// belong to the next window.
+bool frameContains(const QRect &frame, QPointF point)
+{
+    return point.x() >= frame.left() && point.x() < frame.left() + frame.width() && point.y() >= frame.top()
+        && point.y() < frame.top() + frame.height();
+}
+
+bool sameWindow(const std::optional<WindowInfo> &a, const std::optional<WindowInfo> &b)
+{
+    if (a.has_value() != b.has_value())
+        return false;
+    return !a || a->id == b->id;
+}
+
+// On screen, layer 0 to 19 (no desktop, docks or panels), at least 40 x 40
+// points, not ours.
+bool isCandidate(const WindowInfo &window, qint64 ownPid)
+{
+    return window.onScreen && window.layer >= 0 && window.layer < firstDockLayer
+        && window.frame.width() >= minimumSide && window.frame.height() >= minimumSide && !window.ownWindow
+        && window.pid != ownPid;
+}
+
+WindowList candidatesAmong(WindowList windows)
+{
+    const qint64 ownPid = QCoreApplication::applicationPid();  // a system call each time
+    std::erase_if(windows, [ownPid](const WindowInfo &window) { return !isCandidate(window, ownPid); });
+    return windows;
+}
+
+} // namespace
+
+WindowPickerView::WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel)
+    : QWidget(&panel), m_picker(&picker), m_desktop(desktop), m_panel(panel)
+{
+    // The description's 13 points are screen points, the size of ordinary UI text.
+    m_labelFont.setPixelSize(13);
+    m_labelFont.setWeight(QFont::DemiBold);
+    setMouseTracking(true);
+    setCursor(Qt::PointingHandCursor);
+    auto *layout = new QVBoxLayout(&panel);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->addWidget(this);
+    setFocusPolicy(Qt::StrongFocus);
+    panel.setFocusProxy(this);  // the key panel's keyboard lands here
+}
+
+QString WindowPickerView::labelText(const WindowInfo &window)
+{
+    QString text = window.appName.isEmpty() ? QStringLiteral("Window") : window.appName;
+    if (!window.title.isEmpty())
+        text += QStringLiteral(" \u2014 ") + window.title;
+    return text;
+}
+
+WindowPickerView::LabelGeometry WindowPickerView::labelGeometry(QSizeF textSize, const QRectF &outline)
+{
+    const double width = std::min(textSize.width(), outline.width() - 24);
+    const double height = textSize.height();
+    const QPointF centre = outline.center();
+    const QRectF capsule(centre.x() - width / 2 - 8, centre.y() - height / 2 - 4, width + 16, height + 8);
+    // The text sits 2 points above the capsule's bottom edge.
+    return {capsule, QRectF(capsule.left() + 8, capsule.bottom() - 2 - height, width, height)};
+}
+
+WindowPickerView::Outline WindowPickerView::outlineFor(const WindowInfo &window) const
+{
+    const QRectF frame = QRectF(window.frame).translated(-QPointF(m_panel.display().frame.topLeft()));
+    const QFontMetricsF metrics(m_labelFont);
+    const QString text = labelText(window);
+    const QSizeF textSize(metrics.horizontalAdvance(text), metrics.height());
+    const LabelGeometry label = labelGeometry(textSize, frame);
+    const bool cut = label.text.width() < textSize.width();
+    return {frame, label, cut ? metrics.elidedText(text, Qt::ElideRight, label.text.width()) : text};
+}
+
+QRect WindowPickerView::areaOf(const std::optional<Outline> &outline)
+{
+    if (!outline)
+        return {};
+    const QRectF drawn = outline->frame.united(outline->label.capsule);
+    return drawn.toAlignedRect().adjusted(-outlineBleed, -outlineBleed, outlineBleed, outlineBleed);
+}
+
+void WindowPickerView::setHighlighted(std::optional<WindowInfo> window)
+{
+    const QRect before = areaOf(m_outline);
+    m_highlighted = std::move(window);
+    m_outline.reset();
+    if (m_highlighted)
+        m_outline = outlineFor(*m_highlighted);
+    update(before);
+    update(areaOf(m_outline));
+}
+
+void WindowPickerView::keyPressEvent(QKeyEvent *event)
+{
+    event->accept();  // other keys are swallowed, not passed on
+    if (event->key() == Qt::Key_Escape && m_picker)
+        m_picker->finish(std::nullopt);
+}
+
+void WindowPickerView::enterEvent(QEnterEvent *)
+{
+    m_panel.makeKey();
+}
+
+void WindowPickerView::mouseMoveEvent(QMouseEvent *)
+{
+    if (m_picker)
+        m_picker->updateHighlight();
+}
+
+void WindowPickerView::mousePressEvent(QMouseEvent *event)
+{
+    event->accept();
+    if (event->button() != Qt::LeftButton)
+        return;
+    // The position the outline follows, not the event's, so that the click
+    // picks the window the user sees outlined.
+    std::optional<WindowInfo> window;
+    if (m_picker)
+        window = m_picker->windowUnder(m_picker->cursorPosition());
+    if (!window)
+        m_desktop.beep();
+    if (m_picker)
+        m_picker->finish(std::move(window));
+}
+
+void WindowPickerView::paintEvent(QPaintEvent *)
+{
+    QPainter painter(this);
+    // Qt has just cleared this translucent panel's dirty area: writing the dim
+    // outright is cheaper than blending it, and the same.
+    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    painter.fillRect(rect(), dimColor);
+    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
+    if (!m_picker || !m_outline || !m_outline->frame.intersects(rect()))
+        return;
+
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QColor accent = palette().color(QPalette::Highlight);
+    QColor accentFill = accent;
+    accentFill.setAlphaF(0.3);
+    painter.setPen(QPen(accent, outlineWidth));
+    painter.setBrush(accentFill);
+    painter.drawRoundedRect(m_outline->frame, outlineRadius, outlineRadius);
+
+    painter.setPen(Qt::NoPen);
+    painter.setBrush(labelBackground);
+    painter.drawRoundedRect(m_outline->label.capsule, labelRadius, labelRadius);
+    painter.setPen(Qt::white);
+    painter.setFont(m_labelFont);
+    painter.drawText(m_outline->label.text, Qt::AlignLeft | Qt::AlignTop | Qt::TextSingleLine, m_outline->text);
+}
+
+WindowPickerController::WindowPickerController(WindowList windows, DisplayList displays, Desktop &desktop,
+                                               Completion completion, CursorPosition cursorPosition)
+    : m_completion(std::move(completion)),
+      m_candidates(candidatesAmong(std::move(windows))),
+      m_displays(std::move(displays)),
+      m_desktop(desktop),
+      m_cursorPosition(cursorPosition ? std::move(cursorPosition) : CursorPosition([] { return QCursor::pos(); }))
+{
+}
+
+WindowPickerController::~WindowPickerController()
+{
+    for (const Cover &cover : m_covers)
+        delete cover.panel;
+}
+
+std::vector<OverlayPanel *> WindowPickerController::panels() const
+{
+    std::vector<OverlayPanel *> panels;
+    for (const Cover &cover : m_covers)
+        panels.push_back(cover.panel);
+    return panels;
+}
+
+void WindowPickerController::begin()
+{
+    m_previousWindow = m_desktop.activeWindow();
+    m_desktop.activateApplication();
+
+    const QPoint mouse = m_cursorPosition();
+    bool keyChosen = false;
+    for (const DisplayInfo &display : m_displays) {
+        auto *panel = new OverlayPanel(display, m_desktop, OverlayPanel::Background::Translucent);
+        auto *view = new WindowPickerView(*this, m_desktop, *panel);
+        const bool key = !keyChosen && display.frame.contains(mouse);
+        keyChosen = keyChosen || key;
+        panel->present(key);
+        m_covers.push_back({panel, view});
+    }
+    if (!keyChosen && !m_covers.empty())
+        m_covers.front().panel->makeKey();
+
+    updateHighlight();
+}
+
+std::optional<WindowInfo> WindowPickerController::windowUnder(QPointF globalPoint) const
+{
+    const auto hit = std::find_if(m_candidates.begin(), m_candidates.end(),
+                                  [globalPoint](const WindowInfo &window) { return frameContains(window.frame, globalPoint); });
+    if (hit == m_candidates.end())
+        return std::nullopt;
+    return *hit;
+}
+
+void WindowPickerController::updateHighlight()
+{
+    const std::optional<WindowInfo> found = windowUnder(m_cursorPosition());
+    for (const Cover &cover : m_covers)
+        if (!sameWindow(cover.view->highlighted(), found))
+            cover.view->setHighlighted(found);
+}
+
+void WindowPickerController::finish(std::optional<WindowInfo> window)
+{
+    if (m_finished)
+        return;
+    m_finished = true;
+
+    // Deleted later: finish usually runs inside one of the views' own event handlers.
+    for (const Cover &cover : m_covers) {
+        cover.panel->hide();
+        cover.panel->deleteLater();
+    }
+    m_covers.clear();
+
+    if (m_previousWindow != 0) {
+        m_desktop.activateWindow(m_previousWindow);
+        m_previousWindow = 0;
+    }
+
+    // The completion may delete this controller; nothing of it is touched afterwards.
+    const Completion completion = std::move(m_completion);
+    completion(std::move(window));
+}
+
+} // namespace pixmora

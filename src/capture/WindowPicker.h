@@ -1,0 +1,117 @@
+#pragma once
+
+#include "platform/Displays.h"
+
+#include <QFont>
+#include <QObject>
+#include <QPointer>
+#include <QWidget>
+
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace pixmora {
+
+class Desktop;
+class OverlayPanel;
+class WindowPickerController;
+
+// Fills one picker panel: dims the live desktop lightly and outlines the
+// highlighted window with a label naming it. Clicks pick the window under the
+// pointer; Escape cancels.
+class WindowPickerView : public QWidget {
+    Q_OBJECT
+
+public:
+    WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel);
+
+    const std::optional<WindowInfo> &highlighted() const { return m_highlighted; }
+    // Redraws where the old and the new outline are, nothing else.
+    void setHighlighted(std::optional<WindowInfo> window);
+
+    // "<application> — <title>"; "Window" stands in for a missing application name.
+    static QString labelText(const WindowInfo &window);
+
+    struct LabelGeometry {
+        QRectF capsule;
+        QRectF text;  // narrower than the text's own width when the label is cut
+    };
+    // Centred on the outline; the text is at most the outline's width less 24 points.
+    static LabelGeometry labelGeometry(QSizeF textSize, const QRectF &outline);
+
+protected:
+    void enterEvent(QEnterEvent *event) override;
+    void keyPressEvent(QKeyEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void mousePressEvent(QMouseEvent *event) override;
+    void paintEvent(QPaintEvent *event) override;
+
+private:
+    // The highlighted window as drawn, in view coordinates.
+    struct Outline {
+        QRectF frame;
+        LabelGeometry label;
+        QString text;
+    };
+    Outline outlineFor(const WindowInfo &window) const;
+    // Where drawing the outline touches the view, stroke and antialiasing included.
+    static QRect areaOf(const std::optional<Outline> &outline);
+
+    const QPointer<WindowPickerController> m_picker;
+    Desktop &m_desktop;
+    OverlayPanel &m_panel;
+    QFont m_labelFont;
+    std::optional<WindowInfo> m_highlighted;
+    std::optional<Outline> m_outline;
+};
+
+// Covers every display with a translucent panel, outlines the candidate
+// window under the pointer and reports the one clicked, or nothing.
+//
+// Without a compositing manager X11 cannot show the desktop through a panel:
+// the dimmed area is then black around the outline. The panels stay
+// translucent regardless, since Qt offers no portable way to ask whether a
+// compositor runs and the picker has no frozen image to show instead.
+class WindowPickerController : public QObject {
+    Q_OBJECT
+
+public:
+    using Completion = std::function<void(std::optional<WindowInfo>)>;
+    using CursorPosition = std::function<QPoint()>;
+
+    // Windows topmost first, as the window list gives them. cursorPosition
+    // reports the pointer in global points (QCursor::pos unless given).
+    WindowPickerController(WindowList windows, DisplayList displays, Desktop &desktop, Completion completion,
+                           CursorPosition cursorPosition = {});
+    ~WindowPickerController() override;
+
+    // The windows that can be picked, in the given order.
+    const WindowList &candidates() const { return m_candidates; }
+    std::vector<OverlayPanel *> panels() const;
+
+    void begin();
+    // The first candidate whose frame contains the point.
+    std::optional<WindowInfo> windowUnder(QPointF globalPoint) const;
+    void updateHighlight();
+    QPoint cursorPosition() const { return m_cursorPosition(); }
+    // Closes the picker and calls the completion; only the first call counts.
+    void finish(std::optional<WindowInfo> window);
+
+private:
+    struct Cover {
+        OverlayPanel *panel;
+        WindowPickerView *view;
+    };
+
+    std::vector<Cover> m_covers;
+    Completion m_completion;
+    bool m_finished = false;
+    const WindowList m_candidates;
+    const DisplayList m_displays;
+    quint64 m_previousWindow = 0;
+    Desktop &m_desktop;
+    const CursorPosition m_cursorPosition;
+};
+
+} // namespace pixmora

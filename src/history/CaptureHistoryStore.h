@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QByteArray>
+#include <QDateTime>
+#include <QString>
+
+#include <optional>
+#include <vector>
+
+namespace pixmora {
+
+// A private folder holding the most recent captures as PNG files named by
+// their capture time in UTC. The names are the only index, so files added or
+// deleted behind the store's back show up at the next listing.
+class CaptureHistoryStore {
+public:
+    struct Entry {
+        QString path;
+        QDateTime date;
+        qint64 bytes = 0;  // 0 when the size cannot be read
+        bool operator==(const Entry &) const = default;
+    };
+
+    static constexpr qint64 maxItems = 60;
+    static constexpr qint64 maxBytes = 300 * 1024 * 1024;
+
+    // $XDG_DATA_HOME/Pixmora/History; the Pixmora folder is created here, the
+    // History folder on the first add. Nothing when Pixmora cannot be had.
+    static std::optional<QString> defaultDirectory();
+
+    explicit CaptureHistoryStore(QString directory);
+
+    const QString &directory() const { return m_directory; }
+
+    // Writes an already encoded PNG and trims the history; the file's path,
+    // or nothing when it could not be written.
+    std::optional<QString> add(const QByteArray &png, const QDateTime &date);
+
+    // Newest first.
+    std::vector<Entry> entries() const;
+
+    // Keeps at most maxItems files and, the newest one excepted, maxBytes.
+    void prune();
+    void remove(const Entry &entry);
+    // Files that are not entries stay.
+    void removeAll();
+
+private:
+    QString freeFileName(const QDateTime &date) const;
+
+    QString m_directory;
+};
+
+} // namespace pixmora

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+
+namespace pixmora {
+
+// The general pasteboard. It offers PNG images only; a clipboard that holds
+// one item keeps the first of several.
+class Clipboard {
+public:
+    virtual ~Clipboard() = default;
+    virtual void setPngImages(const QList<QByteArray> &pngs) = 0;
+    virtual bool hasImage() = 0;
+    virtual void clear() = 0;
+};
+
+} // namespace pixmora

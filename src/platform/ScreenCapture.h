@@ -1,0 +1,30 @@
+#pragma once
+
+#include "platform/Displays.h"
+
+#include <QImage>
+#include <QRectF>
+
+namespace pixmora {
+
+// The screen-capture service: which displays and windows can be captured, and
+// their pixels. Images are in device pixels (RGB32 or ARGB32 premultiplied).
+// Failures throw pixmora::Error (platform/Error.h).
+class ScreenCapture {
+public:
+    virtual ~ScreenCapture() = default;
+
+    // Displays in capture order; the first is the main (primary) display.
+    virtual DisplayList displays() = 0;
+    // On-screen windows, topmost first.
+    virtual WindowList windows() = 0;
+
+    virtual QImage captureDisplay(const DisplayInfo &display) = 0;
+    // rect is in global points and lies on the display; the result is
+    // floor(w * scale) x floor(h * scale) pixels. Our own windows are left out.
+    virtual QImage captureRegion(const DisplayInfo &display, const QRectF &rect) = 0;
+    // The window alone, floor(frame.w * scale) x floor(frame.h * scale) pixels.
+    virtual QImage captureWindow(const WindowInfo &window, double scale) = 0;
+};
+
+} // namespace pixmora

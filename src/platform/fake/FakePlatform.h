@@ -1,0 +1,126 @@
+#pragma once
+
+#include "platform/Platform.h"
+
+#include <QImage>
+#include <QList>
+#include <QMap>
+
+#include <deque>
+#include <functional>
+#include <vector>
+
+class QWidget;
+
+namespace pixmora {
+
+// In-memory platform services for tests: they record what the program asked
+// and answer what the test set up.
+
+class FakeScreenCapture : public ScreenCapture {
+public:
+    DisplayList displayList;
+    WindowList windowList;
+    QMap<quint32, QImage> displayImages;   // by display id; missing -> a plain fill
+    QMap<quint64, QImage> windowImages;    // by window id; missing -> throws
+    std::function<void(const DisplayInfo &)> beforeDisplayCapture;  // may throw to simulate failures
+    int displayCaptureCount = 0;
+
+    DisplayList displays() override { return displayList; }
+    WindowList windows() override { return windowList; }
+    QImage captureDisplay(const DisplayInfo &display) override;
+    QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
+    QImage captureWindow(const WindowInfo &window, double scale) override;
+
+    // A display at the given frame and scale whose image is a recognisable pattern.
+    static DisplayInfo display(quint32 id, QRect frame, double scale);
+};
+
+class FakeHotKeys : public GlobalHotKeys {
+public:
+    struct Grab {
+        quint32 id, keyCode, modifiers;
+    };
+    std::vector<Grab> grabs;
+    QList<quint32> refusedKeyCodes;
+
+    bool grab(quint32 id, quint32 keyCode, quint32 modifiers) override;
+    void press(quint32 id) { if (onPressed) onPressed(id); }
+};
+
+class FakeClipboard : public Clipboard {
+public:
+    QList<QByteArray> items;
+    int writeCount = 0;
+
+    void setPngImages(const QList<QByteArray> &pngs) override;
+    bool hasImage() override { return !items.isEmpty(); }
+    void clear() override { items.clear(); }
+};
+
+class FakeDialogs : public Dialogs {
+public:
+    QList<Alert> alerts;                          // every alert shown, in order
+    std::deque<int> alertAnswers;                 // answers for the next alerts; default 0
+    std::deque<std::optional<QString>> folderAnswers;  // default: cancelled
+    std::deque<std::optional<QString>> saveAnswers;    // default: cancelled
+    QStringList folderPanelStarts, saveProposals;
+
+    int runAlert(const Alert &alert) override;
+    std::optional<QString> chooseFolder(const QString &startFolder, const QString &message,
+                                        const QString &confirmButton) override;
+    std::optional<QString> choosePngSaveLocation(const QString &proposedName) override;
+};
+
+class FakeDesktop : public Desktop {
+public:
+    QStringList openedFiles, revealedPaths;
+    int beeps = 0, activations = 0;
+    quint64 active = 0;
+    QList<quint64> activatedWindows;
+    QList<QWidget *> overlays, floatingPanels;
+
+    void openFile(const QString &path) override { openedFiles << path; }
+    void revealInFileManager(const QString &path) override { revealedPaths << path; }
+    void beep() override { ++beeps; }
+    quint64 activeWindow() override { return active; }
+    void activateWindow(quint64 window) override { activatedWindows << window; }
+    void activateApplication() override { ++activations; }
+    void makeOverlay(QWidget *widget) override { overlays << widget; }
+    void makeFloatingPanel(QWidget *widget) override { floatingPanels << widget; }
+};
+
+class FakeLoginItem : public LoginItem {
+public:
+    bool enabled = false;
+    std::optional<QString> failure;  // answered by enable and disable when set
+
+    bool isEnabled() override { return enabled; }
+    std::optional<QString> enable() override;
+    std::optional<QString> disable() override;
+};
+
+// Bookmarks are plain paths; a test moves a folder by editing `moved`.
+class FakeFolderBookmarks : public FolderBookmarks {
+public:
+    QMap<QString, QString> moved;  // old path -> new path
+    QStringList trashed;
+
+    std::optional<QByteArray> create(const QString &folder) override;
+    std::optional<Resolved> resolve(const QByteArray &bookmark) override;
+    bool isInTrash(const QString &path) override { return trashed.contains(path); }
+};
+
+struct FakePlatform {
+    FakeScreenCapture screens;
+    FakeHotKeys hotKeys;
+    FakeClipboard clipboard;
+    FakeDialogs dialogs;
+    FakeDesktop desktop;
+    FakeLoginItem loginItem;
+    FakeFolderBookmarks bookmarks;
+
+    Platform platform() { return {screens, hotKeys, clipboard, dialogs, desktop, loginItem, bookmarks}; }
+};
+
+} // namespace pixmora

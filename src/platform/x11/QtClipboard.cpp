@@ -1,0 +1,38 @@
+#include "platform/x11/QtClipboard.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QMimeData>
+
+#include <algorithm>
+
+namespace pixmora {
+
+void QtClipboard::setPngImages(const QList<QByteArray> &pngs)
+{
+    if (pngs.isEmpty()) {
+        clear();
+        return;
+    }
+    auto *data = new QMimeData;
+    data->setData(QStringLiteral("image/png"), pngs.first());
+    QGuiApplication::clipboard()->setMimeData(data, QClipboard::Clipboard);
+}
+
+bool QtClipboard::hasImage()
+{
+    const QMimeData *data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);
+    if (!data)
+        return false;
+    const QStringList formats = data->formats();
+    return data->hasImage() || std::any_of(formats.begin(), formats.end(), [](const QString &format) {
+               return format.startsWith(QLatin1String("image/"));
+           });
+}
+
+void QtClipboard::clear()
+{
+    QGuiApplication::clipboard()->clear(QClipboard::Clipboard);
+}
+
+} // namespace pixmora

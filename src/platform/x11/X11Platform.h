@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/Platform.h"
+#include "platform/x11/AutostartLoginItem.h"
+#include "platform/x11/InodeFolderBookmarks.h"
+#include "platform/x11/QtClipboard.h"
+#include "platform/x11/QtDialogs.h"
+#include "platform/x11/X11Connection.h"
+#include "platform/x11/X11Desktop.h"
+#include "platform/x11/X11HotKeys.h"
+#include "platform/x11/X11ScreenCapture.h"
+
+namespace pixmora {
+
+// The real services on an X11 desktop. Create it after the QApplication
+// (on the xcb platform) and destroy it before; throws pixmora::Error when
+// there is no X display.
+class X11Platform {
+public:
+    X11Platform();
+
+    Platform platform();
+
+private:
+    X11Connection m_connection;
+    X11ScreenCapture m_screens;
+    X11HotKeys m_hotKeys;
+    QtClipboard m_clipboard;
+    QtDialogs m_dialogs;
+    X11Desktop m_desktop;
+    AutostartLoginItem m_loginItem;
+    InodeFolderBookmarks m_bookmarks;
+};
+
+} // namespace pixmora

@@ -1,0 +1,35 @@
+#pragma once
+
+#include "platform/ScreenCapture.h"
+#include "platform/x11/X11ImageReader.h"
+
+namespace pixmora {
+
+class X11Connection;
+struct ScreenPlacement;
+
+// Screens and windows of an X11 desktop, read from the root window in device
+// pixels. Main thread only.
+class X11ScreenCapture : public ScreenCapture {
+public:
+    explicit X11ScreenCapture(X11Connection &x11);
+
+    DisplayList displays() override;
+    WindowList windows() override;
+    QImage captureDisplay(const DisplayInfo &display) override;
+    QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
+    QImage captureWindow(const WindowInfo &window, double scale) override;
+
+    // Drops the shared capture buffer now instead of shortly after the last capture.
+    void releaseBuffers() { m_reader.releaseSegment(); }
+    bool usesSharedMemory() const { return m_reader.usesSharedMemory(); }
+
+private:
+    QRect rootBounds() const;
+    bool compositorRunning();
+
+    X11Connection &m_x11;
+    X11ImageReader m_reader;
+};
+
+} // namespace pixmora

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <QImage>
+#include <QtGlobal>
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace pixmora {
+
+struct AppendResult {
+    enum class Kind { appended, noMovement, noMatch, limitReached };
+    Kind kind;
+    qint64 rows = 0;          // rows added; only for appended
+};
+
+// Stacks the frames of a scrolling capture into one tall image: every frame is
+// aligned with the last accepted one by a per-row gray signature, and only the
+// rows that have newly come into view at the bottom are kept.
+class ScrollStitcher {
+public:
+    // Nothing when the frame is under 120 x 8 pixels or its signature cannot be made.
+    static std::unique_ptr<ScrollStitcher> create(const QImage &firstFrame, qint64 maxTotalHeight);
+    AppendResult append(const QImage &frame);
+    QImage compose() const;   // a null QImage when nothing can be built
+    qint64 totalHeight() const { return m_totalHeight; }
+    qint64 frameWidth() const { return m_frameWidth; }
+    qint64 frameHeight() const { return m_frameHeight; }
+    qint64 maxTotalHeight() const { return m_maxTotalHeight; }
+
+private:
+    // Band means of every row, each row padded with zeros to 64 bytes so that
+    // comparing two rows is one fixed-length loop the compiler can vectorise.
+    using Signature = std::vector<std::uint8_t>;
+    struct Alignment {
+        qint64 shift;
+        double score;
+    };
+
+    ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, qint64 columns, Signature firstSignature);
+
+    static std::optional<Signature> signature(const QImage &frame, qint64 columns);
+    int matchTolerance() const;
+    double stillnessRatio(const Signature &next) const;
+    qint64 coarseShift(const Signature &next, qint64 maxShift) const;
+    Alignment fineShift(const Signature &next, qint64 coarse, qint64 maxShift) const;
+
+    const qint64 m_frameWidth;
+    const qint64 m_frameHeight;
+    const qint64 m_maxTotalHeight;
+    const qint64 m_columns;
+    // Strips are deep copies of their rows, so no frame outlives its append().
+    std::vector<QImage> m_slices;
+    qint64 m_totalHeight;
+    Signature m_lastSignature;
+};
+
+} // namespace pixmora
