@@ -78,7 +78,7 @@ void BM_OpenOverlayUntilPainted(benchmark::State &state)
         for (OverlayPanel *panel : controller.panels())
             panel->findChild<RegionSelectionView *>()->installEventFilter(&counter);
         while (counter.paints < 2)
-            QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 
         state.PauseTiming();
         controller.finish(std::nullopt, nullptr);
@@ -122,7 +122,7 @@ void BM_DragStep(benchmark::State &state)
     PaintCounter counter;
     view->installEventFilter(&counter);
     while (counter.paints < 1)
-        QCoreApplication::processEvents(QEventLoop::AllEvents, 5);
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
 
     const QSizeF points = view->size();
     sendMouse(view, QEvent::MouseButtonPress, QPointF(points.width() * 0.15, points.height() * 0.2));

@@ -66,7 +66,7 @@ void BM_CandidateFiltering(benchmark::State &state)
     const WindowList windows = busyDesktop();
     FakeDesktop desktop;
     for (auto _ : state) {
-        WindowPickerController picker(windows, {display4K}, desktop, noCompletion);
+        WindowPickerController picker(windows, {display4K}, {}, desktop, noCompletion);
         benchmark::DoNotOptimize(picker.candidates().size());
     }
 }
@@ -77,7 +77,7 @@ BENCHMARK(BM_CandidateFiltering);
 void BM_WindowUnderPointer(benchmark::State &state)
 {
     FakeDesktop desktop;
-    const WindowPickerController picker(busyDesktop(), {display4K}, desktop, noCompletion);
+    const WindowPickerController picker(busyDesktop(), {display4K}, {}, desktop, noCompletion);
     std::vector<QPointF> points;
     for (int y = 0; y < 2160; y += 270)
         for (int x = 0; x < 3840; x += 480)
@@ -103,7 +103,10 @@ void BM_HighlightChangeRepaint(benchmark::State &state)
 
     FakeDesktop desktop;
     QPoint cursor = inFirst;
-    WindowPickerController picker({first, second}, {display4K}, desktop, noCompletion, [&cursor] { return cursor; });
+    QImage backdrop(display4K.frame.size(), QImage::Format_RGB32);
+    backdrop.fill(qRgb(40, 90, 160));
+    WindowPickerController picker({first, second}, {display4K}, {{display4K.id, backdrop}}, desktop, noCompletion,
+                                  [&cursor] { return cursor; });
     picker.begin();
     OverlayPanel *panel = picker.panels().front();
     for (int i = 0; i < 200 && !panel->windowHandle()->isExposed(); ++i)

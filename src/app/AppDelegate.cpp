@@ -1,5 +1,6 @@
 #include "app/AppDelegate.h"
 
+#include <QMap>
 #include <QMenu>
 #include <QSystemTrayIcon>
 #include <QTimer>
@@ -21,7 +22,11 @@ AppDelegate::AppDelegate(Platform platform, const QString &settingsPath, std::op
         m_history = std::make_unique<CaptureHistoryStore>(*historyDirectory);
 }
 
-AppDelegate::~AppDelegate() = default;
+AppDelegate::~AppDelegate()
+{
+    delete m_regionController;
+    delete m_windowPicker;
+}
 
 void AppDelegate::applicationDidFinishLaunching()
 {
@@ -43,10 +48,15 @@ void AppDelegate::applicationDidFinishLaunching()
 
     const quint32 controlShift = HotKeyCenter::controlKey | HotKeyCenter::shiftKey;
     const QPointer<AppDelegate> self(this);
-    m_hotKeys.registerHotKey(HotKeyCenter::keyCode3, controlShift, [self] {
-        if (self)
-            self->startFullScreenCapture();
-    });
+    const auto registerCommand = [this, self, controlShift](quint32 keyCode, void (AppDelegate::*command)()) {
+        m_hotKeys.registerHotKey(keyCode, controlShift, [self, command] {
+            if (self)
+                (self.data()->*command)();
+        });
+    };
+    registerCommand(HotKeyCenter::keyCode1, &AppDelegate::startRegionCapture);
+    registerCommand(HotKeyCenter::keyCode2, &AppDelegate::startWindowCapture);
+    registerCommand(HotKeyCenter::keyCode3, &AppDelegate::startFullScreenCapture);
 }
 
 void AppDelegate::showAlert(const QString &message, const QString &informative)
@@ -107,8 +117,13 @@ void AppDelegate::showInstructions()
 
 QString AppDelegate::runRemoteCommand(const QStringList &arguments)
 {
-    if (arguments == QStringList{QStringLiteral("capture"), QStringLiteral("screen")}) {
-        QTimer::singleShot(0, this, &AppDelegate::startFullScreenCapture);
+    static const QMap<QString, void (AppDelegate::*)()> captures{
+        {QStringLiteral("area"), &AppDelegate::startRegionCapture},
+        {QStringLiteral("window"), &AppDelegate::startWindowCapture},
+        {QStringLiteral("screen"), &AppDelegate::startFullScreenCapture},
+    };
+    if (arguments.size() == 2 && arguments[0] == QLatin1String("capture") && captures.contains(arguments[1])) {
+        QTimer::singleShot(0, this, captures.value(arguments[1]));
         return {};
     }
     return QStringLiteral("unknown command: %1").arg(arguments.join(QLatin1Char(' ')));

@@ -4,6 +4,8 @@
 #include "app/SaveLocationStore.h"
 #include "app/Settings.h"
 #include "capture/CaptureEngine.h"
+#include "capture/SelectionOverlay.h"
+#include "capture/WindowPicker.h"
 #include "history/CaptureHistoryStore.h"
 #include "platform/Platform.h"
 #include "preview/PreviewPresenter.h"
@@ -21,6 +23,7 @@ class QSystemTrayIcon;
 
 namespace pixmora {
 
+
 // The one long-lived object of the process: owns every other part, runs the
 // capture flows one at a time and delivers what they capture.
 class AppDelegate : public QObject {
@@ -34,6 +37,8 @@ public:
     void applicationDidFinishLaunching();
 
     // Capture commands (menu and hot keys).
+    void startRegionCapture();
+    void startWindowCapture();
     void startFullScreenCapture();
     void captureFullScreenFromMenu();
     void captureFullScreenDelayed();
@@ -60,6 +65,7 @@ public:
 
     static constexpr int fullScreenMenuDelayMs = 400;
     static constexpr int fullScreenDelayedMs = 5000;
+    static constexpr int windowCaptureDelayMs = 150;
 
     // For tests and the command line.
     Settings &settings() { return m_settings; }
@@ -67,12 +73,16 @@ public:
     CaptureHistoryStore *history() { return m_history.get(); }
     PreviewPresenter &previewPresenter() { return m_previewPresenter; }
     bool captureFlowActive() const { return m_captureFlowActive; }
+    RegionSelectionController *regionController() const { return m_regionController; }
+    WindowPickerController *windowPicker() const { return m_windowPicker; }
     QMenu *menu() const { return m_menu.get(); }
 
 private:
     bool beginCaptureFlow();
     void endCaptureFlow();
     void showCaptureError(const Error &error);
+    DisplaySnapshots snapshotDisplays(const DisplayList &displays);
+    void performWindowCapture(const WindowInfo &window);
     void showAlert(const QString &message, const QString &informative);
     void putOnPasteboard(const QList<QByteArray> &pngs);
     void openCapture(const QStringList &savedPaths, const std::optional<QString> &historyPath);
@@ -84,6 +94,9 @@ private:
     PreviewPresenter m_previewPresenter;
     std::unique_ptr<CaptureHistoryStore> m_history;
     bool m_captureFlowActive = false;
+    // The live overlay or picker of the running flow; deleted once it has finished.
+    QPointer<RegionSelectionController> m_regionController;
+    QPointer<WindowPickerController> m_windowPicker;
 
     std::unique_ptr<QMenu> m_menu;
     std::unique_ptr<QSystemTrayIcon> m_statusItem;

@@ -10,6 +10,8 @@ QString usageText()
         "Without a command, starts Pixmora in the system tray (once per session).\n"
         "\n"
         "Commands:\n"
+        "  capture area      drag out an area to capture, as Ctrl+Shift+1 does\n"
+        "  capture window    click a window to capture, as Ctrl+Shift+2 does\n"
         "  capture screen    capture every display now, as Ctrl+Shift+3 does\n"
         "  save-to DIR       save captures into DIR from now on\n"
         "  save-to           print the save folder, or \"not set\"\n"
@@ -30,7 +32,7 @@ Command parseCommandLine(const QStringList &arguments)
     if (arguments.size() == 1 && first == QLatin1String("--version"))
         return {Kind::version, {}};
     if (first == QLatin1String("capture")) {
-        static const QStringList kinds{QStringLiteral("screen")};
+        static const QStringList kinds{QStringLiteral("area"), QStringLiteral("window"), QStringLiteral("screen")};
         if (arguments.size() != 2)
             return {Kind::invalid, QStringLiteral("capture needs one kind: %1").arg(kinds.join(QLatin1String(", ")))};
         if (!kinds.contains(arguments[1]))

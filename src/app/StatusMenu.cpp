@@ -16,6 +16,10 @@ QMenu *AppDelegate::buildMenu()
         return item;
     };
 
+    add(QStringLiteral("Capture Area"), &AppDelegate::startRegionCapture)
+        ->setShortcut(QKeySequence(QStringLiteral("Ctrl+Shift+1")));
+    add(QStringLiteral("Capture Window"), &AppDelegate::startWindowCapture)
+        ->setShortcut(QKeySequence(QStringLiteral("Ctrl+Shift+2")));
     add(QStringLiteral("Capture Full Screen"), &AppDelegate::captureFullScreenFromMenu)
         ->setShortcut(QKeySequence(QStringLiteral("Ctrl+Shift+3")));
     add(QStringLiteral("Full Screen After 5 Seconds"), &AppDelegate::captureFullScreenDelayed);

@@ -40,18 +40,22 @@ struct Mask {
 // Widths of three successive box blurs that together approximate a Gaussian.
 using Blur = std::array<int, 3>;
 
+// Odd widths whose variances, (w * w - 1) / 12 each, add up to sigma squared
+// as closely as can be: the first few of the lower width, the rest one
+// size up (Kovesi, "Fast almost-Gaussian filtering").
 Blur boxWidthsForGaussian(double sigma)
 {
-    const double variance12 = 12 * sigma * sigma;
-    int lower = int(std::sqrt(variance12 / 3 + 1));
+    const double twelveVariances = 12 * sigma * sigma;
+    int lower = int(std::sqrt(twelveVariances / 3 + 1));
     if (lower % 2 == 0)
         --lower;
     const int upper = lower + 2;
-    const long lowerCount = std::lround((variance12 - 3.0 * lower * lower - 12.0 * lower - 9) / (-4.0 * lower - 4));
+    const long lowerCount = std::lround((twelveVariances - 3.0 * lower * lower - 12.0 * lower - 9) / (-4.0 * lower - 4));
     return {lowerCount > 0 ? lower : upper, lowerCount > 1 ? lower : upper, lowerCount > 2 ? lower : upper};
 }
 
-// Mean of `width` values with rounding, via a 24-bit fixed-point reciprocal.
+// Mean of `width` values with rounding, via a 24-bit fixed-point reciprocal;
+// 255 * 2^24 plus the rounding half still fits in 32 bits.
 struct BoxAverage {
     explicit BoxAverage(int width) : reciprocal((1u << 24) / quint32(width)) {}
     uchar operator()(quint32 sum) const { return uchar((sum * reciprocal + (1u << 23)) >> 24); }

@@ -19,7 +19,8 @@ struct CapturedImage {
     double scale = 1.0;
 };
 
-// Where pixels come from and how images leave the program as PNG. Stateless.
+// Where pixels come from and how images leave the program as PNG. Stateless,
+// apart from the PNG encoder's reusable buffers (capture/PngEncoder.h).
 // All rectangles are in Qt's global logical coordinates (points, y down);
 // images are in device pixels.
 namespace CaptureEngine {
@@ -50,6 +51,7 @@ std::optional<QImage> compositeShadow(const QImage &window, double scale);
 QImage crop(const QImage &displayImage, const QRectF &selection, const QRectF &screenFrame);
 
 // PNG bytes with a resolution of 72 * scale dots per inch; empty on failure.
+// Any thread may call it.
 QByteArray pngData(const QImage &image, double scale);
 // Writes PNG bytes atomically: a failure never leaves a partial file under
 // the final name. Throws Error naming the file and the reason, also for

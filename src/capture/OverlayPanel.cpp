@@ -4,7 +4,7 @@
 
 namespace pixmora {
 
-OverlayPanel::OverlayPanel(const DisplayInfo &display, Desktop &desktop, Background background)
+OverlayPanel::OverlayPanel(const DisplayInfo &display, Desktop &desktop)
     : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint),
       m_display(display)
 {
@@ -12,8 +12,7 @@ OverlayPanel::OverlayPanel(const DisplayInfo &display, Desktop &desktop, Backgro
     setFocusPolicy(Qt::StrongFocus);
     setMouseTracking(true);
     setGeometry(display.frame);
-    if (background == Background::Translucent)
-        setAttribute(Qt::WA_TranslucentBackground);
+    setAttribute(Qt::WA_OpaquePaintEvent);  // the content view paints every pixel
     winId();  // the window system hints need the native window, before it is mapped
     desktop.makeOverlay(this);
 }

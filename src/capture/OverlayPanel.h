@@ -16,12 +16,7 @@ class OverlayPanel : public QWidget {
     Q_OBJECT
 
 public:
-    // Translucent: what the panel leaves unpainted shows the live desktop.
-    // X11 shows it only under a compositing manager; without one, the
-    // unpainted parts are black. Fixed before the native window exists.
-    enum class Background { Opaque, Translucent };
-
-    OverlayPanel(const DisplayInfo &display, Desktop &desktop, Background background = Background::Opaque);
+    OverlayPanel(const DisplayInfo &display, Desktop &desktop);
 
     const DisplayInfo &display() const { return m_display; }
 

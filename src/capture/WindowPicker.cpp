@@ -61,9 +61,11 @@ WindowList candidatesAmong(WindowList windows)
 
 } // namespace
 
-WindowPickerView::WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel)
-    : QWidget(&panel), m_picker(&picker), m_desktop(desktop), m_panel(panel)
+WindowPickerView::WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel,
+                                   QImage backdrop)
+    : QWidget(&panel), m_picker(&picker), m_desktop(desktop), m_panel(panel), m_backdrop(std::move(backdrop))
 {
+    m_backdrop.setDevicePixelRatio(panel.display().scale);  // drawn 1:1 in device pixels
     // The description's 13 points are screen points, the size of ordinary UI text.
     m_labelFont.setPixelSize(13);
     m_labelFont.setWeight(QFont::DemiBold);
@@ -161,11 +163,11 @@ void WindowPickerView::mousePressEvent(QMouseEvent *event)
 void WindowPickerView::paintEvent(QPaintEvent *)
 {
     QPainter painter(this);
-    // Qt has just cleared this translucent panel's dirty area: writing the dim
-    // outright is cheaper than blending it, and the same.
-    painter.setCompositionMode(QPainter::CompositionMode_Source);
+    if (m_backdrop.isNull())
+        painter.fillRect(rect(), Qt::black);
+    else
+        painter.drawImage(QPointF(0, 0), m_backdrop);
     painter.fillRect(rect(), dimColor);
-    painter.setCompositionMode(QPainter::CompositionMode_SourceOver);
     if (!m_picker || !m_outline || !m_outline->frame.intersects(rect()))
         return;
 
@@ -185,11 +187,12 @@ void WindowPickerView::paintEvent(QPaintEvent *)
     painter.drawText(m_outline->label.text, Qt::AlignLeft | Qt::AlignTop | Qt::TextSingleLine, m_outline->text);
 }
 
-WindowPickerController::WindowPickerController(WindowList windows, DisplayList displays, Desktop &desktop,
-                                               Completion completion, CursorPosition cursorPosition)
+WindowPickerController::WindowPickerController(WindowList windows, DisplayList displays, DisplaySnapshots backdrops,
+                                               Desktop &desktop, Completion completion, CursorPosition cursorPosition)
     : m_completion(std::move(completion)),
       m_candidates(candidatesAmong(std::move(windows))),
       m_displays(std::move(displays)),
+      m_backdrops(std::move(backdrops)),
       m_desktop(desktop),
       m_cursorPosition(cursorPosition ? std::move(cursorPosition) : CursorPosition([] { return QCursor::pos(); }))
 {
@@ -217,8 +220,10 @@ void WindowPickerController::begin()
     const QPoint mouse = m_cursorPosition();
     bool keyChosen = false;
     for (const DisplayInfo &display : m_displays) {
-        auto *panel = new OverlayPanel(display, m_desktop, OverlayPanel::Background::Translucent);
-        auto *view = new WindowPickerView(*this, m_desktop, *panel);
+        auto *panel = new OverlayPanel(display, m_desktop);
+        const auto backdrop = m_backdrops.find(display.id);
+        auto *view = new WindowPickerView(*this, m_desktop, *panel,
+                                          backdrop != m_backdrops.end() ? backdrop->second : QImage());
         const bool key = !keyChosen && display.frame.contains(mouse);
         keyChosen = keyChosen || key;
         panel->present(key);

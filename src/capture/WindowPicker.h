@@ -1,5 +1,6 @@
 #pragma once
 
+#include "capture/DisplaySnapshots.h"
 #include "platform/Displays.h"
 
 #include <QFont>
@@ -17,14 +18,15 @@ class Desktop;
 class OverlayPanel;
 class WindowPickerController;
 
-// Fills one picker panel: dims the live desktop lightly and outlines the
+// Fills one picker panel: shows the desktop lightly dimmed and outlines the
 // highlighted window with a label naming it. Clicks pick the window under the
 // pointer; Escape cancels.
 class WindowPickerView : public QWidget {
     Q_OBJECT
 
 public:
-    WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel);
+    // backdrop: the display as it looked when the picker opened (device pixels).
+    WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel, QImage backdrop);
 
     const std::optional<WindowInfo> &highlighted() const { return m_highlighted; }
     // Redraws where the old and the new outline are, nothing else.
@@ -61,18 +63,17 @@ private:
     const QPointer<WindowPickerController> m_picker;
     Desktop &m_desktop;
     OverlayPanel &m_panel;
+    QImage m_backdrop;
     QFont m_labelFont;
     std::optional<WindowInfo> m_highlighted;
     std::optional<Outline> m_outline;
 };
 
-// Covers every display with a translucent panel, outlines the candidate
-// window under the pointer and reports the one clicked, or nothing.
+// Covers every display with a panel, outlines the candidate window under the
+// pointer and reports the one clicked, or nothing.
 //
-// Without a compositing manager X11 cannot show the desktop through a panel:
-// the dimmed area is then black around the outline. The panels stay
-// translucent regardless, since Qt offers no portable way to ask whether a
-// compositor runs and the picker has no frozen image to show instead.
+// The panels show a frozen image of each display rather than being see-through:
+// without a compositing manager, X11 cannot show the desktop through a window.
 class WindowPickerController : public QObject {
     Q_OBJECT
 
@@ -82,8 +83,8 @@ public:
 
     // Windows topmost first, as the window list gives them. cursorPosition
     // reports the pointer in global points (QCursor::pos unless given).
-    WindowPickerController(WindowList windows, DisplayList displays, Desktop &desktop, Completion completion,
-                           CursorPosition cursorPosition = {});
+    WindowPickerController(WindowList windows, DisplayList displays, DisplaySnapshots backdrops, Desktop &desktop,
+                           Completion completion, CursorPosition cursorPosition = {});
     ~WindowPickerController() override;
 
     // The windows that can be picked, in the given order.
@@ -109,6 +110,7 @@ private:
     bool m_finished = false;
     const WindowList m_candidates;
     const DisplayList m_displays;
+    DisplaySnapshots m_backdrops;
     quint64 m_previousWindow = 0;
     Desktop &m_desktop;
     const CursorPosition m_cursorPosition;

@@ -114,7 +114,7 @@ ScrollStitcher::ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, 
 
 std::optional<ScrollStitcher::Signature> ScrollStitcher::signature(const QImage &frame, qint64 columns)
 {
-    if (frame.isNull() || columns < 1 || columns > kStride)
+    if (frame.isNull())
         return std::nullopt;
     const qint64 width = frame.width();
     const qint64 height = frame.height();
@@ -254,8 +254,9 @@ QImage ScrollStitcher::compose() const
             std::memcpy(canvas.scanLine(top + y), slice.constScanLine(y), rowBytes);
         top += slice.height();
     }
-    const QColorSpace firstSpace = m_slices.front().colorSpace();
-    canvas.setColorSpace(firstSpace.isValid() ? firstSpace : QColorSpace(QColorSpace::SRgb));
+    const QImage &first = m_slices.front();
+    canvas.setColorSpace(first.colorSpace().isValid() ? first.colorSpace() : QColorSpace(QColorSpace::SRgb));
+    canvas.setDevicePixelRatio(first.devicePixelRatio());
     return canvas;
 }
 

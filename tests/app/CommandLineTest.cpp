@@ -10,9 +10,11 @@ TEST(CommandLineTest, RecognisesEveryCommand)
     EXPECT_EQ(parseCommandLine({}).kind, Kind::runApp);
     EXPECT_EQ(parseCommandLine({QStringLiteral("--help")}).kind, Kind::help);
     EXPECT_EQ(parseCommandLine({QStringLiteral("--version")}).kind, Kind::version);
-    const Command capture = parseCommandLine({QStringLiteral("capture"), QStringLiteral("screen")});
-    EXPECT_EQ(capture.kind, Kind::capture);
-    EXPECT_EQ(capture.argument, QStringLiteral("screen"));
+    for (const QString &kind : {QStringLiteral("area"), QStringLiteral("window"), QStringLiteral("screen")}) {
+        const Command capture = parseCommandLine({QStringLiteral("capture"), kind});
+        EXPECT_EQ(capture.kind, Kind::capture);
+        EXPECT_EQ(capture.argument, kind);
+    }
     const Command saveTo = parseCommandLine({QStringLiteral("save-to"), QStringLiteral("/tmp/shots dir")});
     EXPECT_EQ(saveTo.kind, Kind::setSaveFolder);
     EXPECT_EQ(saveTo.argument, QStringLiteral("/tmp/shots dir"));

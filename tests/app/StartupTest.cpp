@@ -22,9 +22,12 @@ TEST(StartupTest, FirstLaunchAsksOnceAndRegistersTheShortcut)
     EXPECT_EQ(h.fake.dialogs.alerts[0].buttons, (QStringList{QStringLiteral("Launch at Login"), QStringLiteral("Not Now")}));
     EXPECT_TRUE(h.fake.loginItem.enabled);
 
-    ASSERT_EQ(h.fake.hotKeys.grabs.size(), 1u);
-    EXPECT_EQ(h.fake.hotKeys.grabs[0].keyCode, 20u);
-    EXPECT_EQ(h.fake.hotKeys.grabs[0].modifiers, 0x1200u);
+    ASSERT_EQ(h.fake.hotKeys.grabs.size(), 3u);
+    for (quint32 index = 0; index < 3; ++index) {
+        EXPECT_EQ(h.fake.hotKeys.grabs[index].id, index + 1);
+        EXPECT_EQ(h.fake.hotKeys.grabs[index].keyCode, 18u + index);
+        EXPECT_EQ(h.fake.hotKeys.grabs[index].modifiers, 0x1200u);
+    }
 
     AppHarness second;
     second.app.reset();

@@ -32,6 +32,7 @@ TEST(StatusMenuTest, ListsOnlyTheCommandsThatExistInOrder)
     QMenu *menu = h.app->buildMenu();
     h.app->menuNeedsUpdate();
     EXPECT_EQ(titles(menu), (QStringList{
+                                QStringLiteral("Capture Area"), QStringLiteral("Capture Window"),
                                 QStringLiteral("Capture Full Screen"), QStringLiteral("Full Screen After 5 Seconds"),
                                 QStringLiteral("-"), QStringLiteral("Clipboard Only (No File)"),
                                 QStringLiteral("Also Copy to Clipboard (Ctrl+V)"), QStringLiteral("Open After Saving"),
@@ -40,6 +41,8 @@ TEST(StatusMenuTest, ListsOnlyTheCommandsThatExistInOrder)
                                 QStringLiteral("Show Captures Folder in File Manager"), QStringLiteral("-"),
                                 QStringLiteral("Launch at Login"), QStringLiteral("Instructions"),
                                 QStringLiteral("About Pixmora"), QStringLiteral("-"), QStringLiteral("Quit Pixmora")}));
+    EXPECT_EQ(item(menu, QStringLiteral("Capture Area"))->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+1")));
+    EXPECT_EQ(item(menu, QStringLiteral("Capture Window"))->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+2")));
     EXPECT_EQ(item(menu, QStringLiteral("Capture Full Screen"))->shortcut(), QKeySequence(QStringLiteral("Ctrl+Shift+3")));
 }
 

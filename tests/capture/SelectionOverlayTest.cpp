@@ -430,6 +430,17 @@ TEST_F(RegionSelectionTest, SelectionIsAnUndimmedHoleWithAWhiteBorderJustOutside
     EXPECT_EQ(greyAt(image, 110, 195), dimmedGrey);
 }
 
+TEST_F(RegionSelectionTest, SnapshotShortOfTheDisplayLeavesNoUnpaintedEdge)
+{
+    open({{first.id, filledImage(QSize(399, 299), qRgb(255, 255, 255))}}, {first});
+    QImage target(400, 300, QImage::Format_RGB32);
+    target.fill(qRgb(255, 0, 0));
+    view(0)->render(&target);
+    EXPECT_EQ(target.pixel(399, 10), qRgb(0, 0, 0));
+    EXPECT_EQ(target.pixel(10, 299), qRgb(0, 0, 0));
+    EXPECT_EQ(greyAt(target, 10, 10), 191);
+}
+
 TEST_F(RegionSelectionTest, RepaintingOnlyWhatChangedGivesTheSameImageAsAFullRepaint)
 {
     // A pattern, so that a stale or misplaced piece shows.

@@ -76,10 +76,11 @@ protected:
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
-    void open(WindowList windows, DisplayList displays = {display(1, {0, 0, 800, 600})})
+    void open(WindowList windows, DisplayList displays = {display(1, {0, 0, 800, 600})},
+              DisplaySnapshots backdrops = {})
     {
         picker = std::make_unique<WindowPickerController>(
-            std::move(windows), std::move(displays), desktop,
+            std::move(windows), std::move(displays), std::move(backdrops), desktop,
             [this](std::optional<WindowInfo> picked) {
                 if (duringCompletion)
                     duringCompletion();
@@ -129,7 +130,7 @@ TEST(WindowPickerCandidates, KeepOrdinaryOnScreenWindowsOfOtherProgramsAtLeast40
     add(large, [](WindowInfo &w) { w.pid = 0; });             // 10: in, no owning process known
     add(large);                                               // 11: in
     FakeDesktop desktop;
-    const WindowPickerController picker(windows, {}, desktop, [](std::optional<WindowInfo>) {});
+    const WindowPickerController picker(windows, {}, {}, desktop, [](std::optional<WindowInfo>) {});
 
     std::vector<quint64> ids;
     for (const WindowInfo &w : picker.candidates())
@@ -142,8 +143,8 @@ TEST(WindowPickerHitTest, TheFirstListedOfOverlappingWindowsWinsAndFarEdgesBelon
     const WindowInfo back = window(1, {200, 150, 400, 400});
     const WindowInfo front = window(2, {100, 100, 300, 200});
     FakeDesktop desktop;
-    const WindowPickerController frontFirst({front, back}, {}, desktop, [](std::optional<WindowInfo>) {});
-    const WindowPickerController backFirst({back, front}, {}, desktop, [](std::optional<WindowInfo>) {});
+    const WindowPickerController frontFirst({front, back}, {}, {}, desktop, [](std::optional<WindowInfo>) {});
+    const WindowPickerController backFirst({back, front}, {}, {}, desktop, [](std::optional<WindowInfo>) {});
 
     EXPECT_EQ(idOf(frontFirst.windowUnder({250, 200})), 2u);
     EXPECT_EQ(idOf(backFirst.windowUnder({250, 200})), 1u);
@@ -188,7 +189,6 @@ TEST_F(WindowPickerTest, OpensAPanelOnEveryDisplayAndGivesTheKeyboardToTheOneUnd
     EXPECT_EQ(panels[0]->geometry(), QRect(0, 0, 800, 600));
     EXPECT_EQ(panels[1]->geometry(), QRect(800, -200, 640, 480));
     EXPECT_TRUE(panels[0]->isVisible() && panels[1]->isVisible());
-    EXPECT_TRUE(panels[0]->testAttribute(Qt::WA_TranslucentBackground));
     EXPECT_EQ(desktop.overlays.size(), 2);
     EXPECT_EQ(QWidget::keyboardGrabber(), view(1));
     EXPECT_EQ(view(1)->cursor().shape(), Qt::PointingHandCursor);
@@ -201,8 +201,12 @@ TEST_F(WindowPickerTest, OpensAPanelOnEveryDisplayAndGivesTheKeyboardToTheOneUnd
 TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerOnlyOnTheDisplayItLiesOn)
 {
     cursor = {1000, 200};
-    open({window(7, {900, 100, 300, 200})}, {display(1, {0, 0, 800, 600}), display(2, {800, 0, 800, 600})});
+    QImage white(800, 600, QImage::Format_RGB32);
+    white.fill(Qt::white);
+    open({window(7, {900, 100, 300, 200})}, {display(1, {0, 0, 800, 600}), display(2, {800, 0, 800, 600})},
+         {{1, white}, {2, white}});
     ASSERT_EQ(idOf(view(1)->highlighted()), 7u);
+    const QRgb dimmedWhite = qRgb(217, 217, 217);  // the frozen desktop under black at 0.15
 
     const QColor accent = view(1)->palette().color(QPalette::Highlight);
     const QImage second = rendered(view(1));
@@ -211,12 +215,14 @@ TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerOnlyOnTheDisplayItLiesO
     EXPECT_NEAR(qRed(stroke), accent.red(), 2);
     EXPECT_NEAR(qGreen(stroke), accent.green(), 2);
     EXPECT_NEAR(qBlue(stroke), accent.blue(), 2);
-    EXPECT_NEAR(qAlpha(second.pixel(150, 120)), 103, 3);  // accent at 0.3 over the dim
-    EXPECT_EQ(second.pixel(50, 50), qRgba(0, 0, 0, 38));   // black at 0.15
+    const QRgb inside = second.pixel(150, 120);  // accent at 0.3 over the dimmed desktop
+    EXPECT_NEAR(qBlue(inside), int(0.3 * accent.blue() + 0.7 * 217), 3);
+    EXPECT_NEAR(qRed(inside), int(0.3 * accent.red() + 0.7 * 217), 3);
+    EXPECT_NEAR(qRed(second.pixel(50, 50)), qRed(dimmedWhite), 1);
 
     const QImage first = rendered(view(0));
-    EXPECT_EQ(first.pixel(100, 200), qRgba(0, 0, 0, 38));
-    EXPECT_EQ(first.pixel(799, 200), qRgba(0, 0, 0, 38));
+    EXPECT_NEAR(qRed(first.pixel(100, 200)), qRed(dimmedWhite), 1);
+    EXPECT_NEAR(qRed(first.pixel(799, 200)), qRed(dimmedWhite), 1);
 }
 
 TEST_F(WindowPickerTest, DrawsALabelTooLongForItsWindowNoWiderThanTheWindowLess24)

@@ -158,32 +158,5 @@ TEST_F(FolderBookmarksTest, FolderMovedToTheTrashStillResolvesAndIsInTheTrash)
     EXPECT_TRUE(visibleData.isInTrash(resolved->path));
 }
 
-// The default instance follows $HOME and $XDG_DATA_HOME as they are now.
-TEST_F(FolderBookmarksTest, DefaultInstanceReadsTheEnvironment)
-{
-    const QByteArray oldHome = qgetenv("HOME");
-    const QByteArray oldData = qgetenv("XDG_DATA_HOME");
-    const bool hadData = qEnvironmentVariableIsSet("XDG_DATA_HOME");
-    qputenv("HOME", home.toLocal8Bit());
-    qputenv("XDG_DATA_HOME", root.filePath(QStringLiteral("xdg")).toLocal8Bit());
-
-    InodeFolderBookmarks fromEnvironment;
-    const QString folder = makeFolder(QStringLiteral("home/Shots"));
-    const auto bookmark = fromEnvironment.create(folder);
-    move(folder, home + QStringLiteral("/Music/Shots"));
-    const auto resolved = bookmark ? fromEnvironment.resolve(*bookmark) : std::nullopt;
-    const bool trashed = fromEnvironment.isInTrash(makeFolder(QStringLiteral("xdg/Trash/files/Old")));
-
-    qputenv("HOME", oldHome);
-    if (hadData)
-        qputenv("XDG_DATA_HOME", oldData);
-    else
-        qunsetenv("XDG_DATA_HOME");
-
-    ASSERT_TRUE(resolved);
-    EXPECT_EQ(resolved->path, home + QStringLiteral("/Music/Shots"));
-    EXPECT_TRUE(trashed);
-}
-
 } // namespace
 } // namespace pixmora

@@ -49,6 +49,12 @@ struct ScrollTally {
     }
 };
 
+// The largest shift the stitcher tries: the overlap is at least 12% of the frame and 48 rows.
+inline int largestShift(int frameHeight)
+{
+    return frameHeight - std::max(frameHeight * 12 / 100, 48);
+}
+
 // Share of the new frame's overlap rows that repeat, pixel for pixel, the
 // reference frame's rows shift rows further down.
 inline double identicalShare(const QImage &document, int referenceTop, int top, int frameHeight, int shift)
@@ -77,7 +83,7 @@ inline ScrollTally scrollThrough(const QImage &document, int frameHeight, qint64
 {
     using Kind = AppendResult::Kind;
     const auto chance = [&](double probability) { return std::bernoulli_distribution(probability)(random); };
-    const int maxShift = frameHeight - std::max(frameHeight * 12 / 100, 48);
+    const int maxShift = largestShift(frameHeight);
     const int width = document.width();
     int top = 0;
     int referenceTop = 0;

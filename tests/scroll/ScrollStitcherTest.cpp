@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 
+#include <QColorSpace>
 #include <QPainter>
 
 #include <cstring>
@@ -343,6 +344,21 @@ TEST(ScrollStitcherFormats, OpaqueFramesInOtherFormatsStitchAsTheirRgbValues)
     const QImage composed = stitcher->compose();
     EXPECT_EQ(composed.format(), QImage::Format_RGB32);
     EXPECT_TRUE(samePixels(composed, document.copy(0, 0, 240, 350)));
+}
+
+TEST(ScrollStitcherFormats, TheComposedImageTakesTheFirstFramesColourSpaceOrElseSrgb)
+{
+    std::mt19937 random(18);
+    const QImage document = makeNoise(150, 400, random);
+    for (const QColorSpace &space : {QColorSpace(), QColorSpace(QColorSpace::DisplayP3)}) {
+        QImage first = frameAt(document, 0, 200).copy();
+        first.setColorSpace(space);
+        const auto stitcher = ScrollStitcher::create(first, kLimit);
+        ASSERT_NE(stitcher, nullptr);
+        ASSERT_EQ(stitcher->append(frameAt(document, 50, 200)).rows, 50);
+        const QColorSpace expected = space.isValid() ? space : QColorSpace(QColorSpace::SRgb);
+        EXPECT_EQ(stitcher->compose().colorSpace(), expected);
+    }
 }
 
 // Each strip owns a copy of its rows: an accepted frame is not kept alive.

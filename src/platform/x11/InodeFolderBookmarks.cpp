@@ -22,9 +22,11 @@ namespace {
 constexpr char bookmarkHeader[] = "pixmora-folder 1";
 
 // A moved folder is looked for this deep under the home folder, giving up
-// after this many directories so that a huge home folder cannot stall the menu.
+// after reading this many directory entries: a folder that is gone is looked
+// for at every question, and a huge home folder must not stall the menu or a
+// capture.
 constexpr int homeSearchDepth = 4;
-constexpr int searchBudget = 5000;
+constexpr int searchBudget = 4000;
 
 struct FolderIdentity {
     quint64 device = 0;
@@ -87,12 +89,12 @@ std::optional<QString> findDirectory(const FolderIdentity &target, const QString
         if (!dir)
             continue;
         while (const dirent *entry = ::readdir(dir.get())) {
+            if (--budget < 0)
+                return std::nullopt;
             if (entry->d_name[0] == '.')
                 continue;
             if (entry->d_type != DT_DIR && entry->d_type != DT_UNKNOWN)
                 continue;
-            if (--budget < 0)
-                return std::nullopt;
             const QByteArray path = joinPath(folder.path, entry->d_name);
             const auto identity = directoryIdentity(path, false);
             if (!identity)

@@ -28,8 +28,7 @@ xcb_window_t windowOf(QWidget *widget)
     return static_cast<xcb_window_t>(widget->winId());
 }
 
-// Qt applies most flags to the X window only when it is mapped; changing them
-// hides a visible widget, so it is shown again.
+// Changing the flags of a visible widget makes Qt hide it; it is shown again.
 void addWindowFlags(QWidget *widget, Qt::WindowFlags flags)
 {
     if ((widget->windowFlags() & flags) == flags)
@@ -189,7 +188,8 @@ void X11Desktop::revealInFileManager(const QString &path)
     QDBusMessage call = QDBusMessage::createMethodCall(
         QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
         QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-    call << QStringList{QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString()} << QString();
+    call << QStringList{QUrl::fromLocalFile(QFileInfo(path).absoluteFilePath()).toString(QUrl::FullyEncoded)}
+         << QString();
     // Asynchronous: a file manager started by D-Bus activation may take seconds.
     auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call), qApp);
     QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,

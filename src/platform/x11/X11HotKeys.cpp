@@ -129,15 +129,29 @@ bool X11HotKeys::nativeEventFilter(const QByteArray &eventType, void *message, q
     if (eventType != "xcb_generic_event_t")
         return false;
     const auto *event = static_cast<const xcb_generic_event_t *>(message);
-    if ((event->response_type & 0x7f) != XCB_KEY_PRESS)
+    const uint8_t type = event->response_type & 0x7f;
+    if (type != XCB_KEY_PRESS && type != XCB_KEY_RELEASE)
         return false;
-    const auto *press = static_cast<const xcb_key_press_event_t *>(message);
-    if (press->event != m_x11.root())
+    const auto *key = static_cast<const xcb_key_press_event_t *>(message);
+    // The release may reach one of our windows instead (an overlay that took the keyboard).
+    if (type == XCB_KEY_RELEASE) {
+        if (key->detail == m_heldKey) {
+            m_heldKey = 0;
+            m_lastRelease = key->time;
+        }
         return false;
-    const uint16_t modifiers = press->state & ~ignoredModifiers() & 0xff;
+    }
+    if (key->event != m_x11.root())
+        return false;
+    const uint16_t modifiers = key->state & ~ignoredModifiers() & 0xff;
     for (const Grab &grab : m_grabs) {
-        if (grab.keyCode == press->detail && grab.modifiers == modifiers) {
-            if (onPressed)
+        if (grab.keyCode == key->detail && grab.modifiers == modifiers) {
+            // Auto-repeat sends further presses with no release between them, or
+            // (without detectable auto-repeat) a release with the same time stamp.
+            const bool repeat = key->detail == m_heldKey || (m_lastRelease && key->time == m_lastRelease);
+            m_heldKey = key->detail;
+            m_lastRelease = 0;
+            if (!repeat && onPressed)
                 onPressed(grab.id);
             return true;
         }

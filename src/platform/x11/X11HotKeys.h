@@ -37,6 +37,9 @@ private:
     X11Connection &m_x11;
     uint16_t m_numLockMask = XCB_MOD_MASK_2;
     std::vector<Grab> m_grabs;
+    // A shortcut held down repeats; only its first press counts.
+    xcb_keycode_t m_heldKey = 0;
+    xcb_timestamp_t m_lastRelease = 0;
 };
 
 } // namespace pixmora

@@ -9,14 +9,15 @@
 #include <sys/mman.h>
 #include <sys/shm.h>
 
+#include <algorithm>
 #include <cstring>
 
 namespace pixmora {
 
 namespace {
 
-constexpr int releaseDelayMs = 2000;
 constexpr int bytesPerPixel = 4;
+constexpr std::size_t halfSegmentBytes = 2u << 20;
 
 Error serverError(const xcb_generic_error_t *error)
 {
@@ -39,9 +40,9 @@ QImage::Format formatForDepth(xcb_connection_t *c, uint8_t depth)
     return depth == 32 ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
 }
 
-// Large images get their own mapping backed by huge pages and populated in
-// one call: page-faulting 33 MB on first touch costs over 100 ms here. The
-// mapping goes back to the system as soon as the last QImage copy is dropped.
+// Large images get their own mapping on huge pages, populated in one call
+// (page-faulting 33 MB page by page costs over 100 ms here). It goes back to
+// the system as soon as the last copy of the QImage is dropped.
 QImage allocateImage(QSize size, QImage::Format format)
 {
     const std::size_t bytesPerLine = std::size_t(size.width()) * bytesPerPixel;
@@ -61,29 +62,21 @@ QImage allocateImage(QSize size, QImage::Format format)
         void *memory;
         std::size_t bytes;
     };
-    auto *mapping = new Mapping{memory, bytes};
     auto unmap = [](void *info) {
-        auto *m = static_cast<Mapping *>(info);
-        munmap(m->memory, m->bytes);
-        delete m;
+        auto *mapping = static_cast<Mapping *>(info);
+        munmap(mapping->memory, mapping->bytes);
+        delete mapping;
     };
     return QImage(static_cast<uchar *>(memory), size.width(), size.height(),
-                  static_cast<qsizetype>(bytesPerLine), format, unmap, mapping);
-}
-
-QImage blankImage(QSize size, QImage::Format format, bool covered)
-{
-    QImage image = allocateImage(size, format);
-    if (!covered)
-        image.fill(format == QImage::Format_RGB32 ? 0xff000000u : 0u);
-    return image;
+                  static_cast<qsizetype>(bytesPerLine), format, unmap, new Mapping{memory, bytes});
 }
 
 // The one copy out of the server's buffer. X leaves the padding byte of
 // 24-bit pixels undefined, and RGB32 wants it 0xff.
-void copyRows(const uchar *source, std::size_t sourceStride, QImage &target, QPoint at, QSize size)
+void copyRows(const uchar *source, QImage &target, QPoint at, QSize size)
 {
     const bool opaque = target.format() == QImage::Format_RGB32;
+    const std::size_t sourceStride = std::size_t(size.width()) * bytesPerPixel;
     const qsizetype targetStride = target.bytesPerLine();
     uchar *targetBits = target.bits();
     for (int row = 0; row < size.height(); ++row) {
@@ -93,10 +86,17 @@ void copyRows(const uchar *source, std::size_t sourceStride, QImage &target, QPo
             for (int x = 0; x < size.width(); ++x)
                 to[x] = from[x] | 0xff000000u;
         } else {
-            std::memcpy(to, from, std::size_t(size.width()) * bytesPerPixel);
+            std::memcpy(to, from, sourceStride);
         }
     }
 }
+
+// One band of rows in flight: a shared-memory read into one half of the
+// segment (bands alternate between the halves), or a plain GetImage.
+struct BandRequest {
+    QRect rows;
+    unsigned int sequence = 0;
+};
 
 } // namespace
 
@@ -110,36 +110,25 @@ X11ImageReader::X11ImageReader(X11Connection &x11)
             xcb_shm_query_version_reply(c, xcb_shm_query_version(c), nullptr));
         m_shmAvailable = version != nullptr;
     }
-    m_releaseTimer.setSingleShot(true);
-    m_releaseTimer.setInterval(releaseDelayMs);
-    m_releaseTimer.callOnTimeout([this] { releaseSegment(); });
 }
 
 X11ImageReader::~X11ImageReader()
 {
-    releaseSegment();
-}
-
-void X11ImageReader::releaseSegment()
-{
-    if (!m_segment.data)
+    if (!m_segmentData)
         return;
     if (m_x11.isAlive()) {
-        xcb_shm_detach(m_x11.connection(), m_segment.id);
+        xcb_shm_detach(m_x11.connection(), m_segment);
         xcb_flush(m_x11.connection());
     }
-    shmdt(m_segment.data);
-    m_segment = {};
+    shmdt(m_segmentData);
 }
 
-bool X11ImageReader::ensureSegment(std::size_t bytes)
+bool X11ImageReader::attachSegment()
 {
-    if (m_segment.data && m_segment.size >= bytes)
+    if (m_segmentData)
         return true;
-    releaseSegment();
-
     xcb_connection_t *c = m_x11.connection();
-    const int shmId = shmget(IPC_PRIVATE, bytes, IPC_CREAT | 0600);
+    const int shmId = shmget(IPC_PRIVATE, 2 * halfSegmentBytes, IPC_CREAT | 0600);
     if (shmId < 0)
         return false;
     void *data = shmat(shmId, nullptr, 0);
@@ -147,17 +136,17 @@ bool X11ImageReader::ensureSegment(std::size_t bytes)
         shmctl(shmId, IPC_RMID, nullptr);
         return false;
     }
-    const quint32 id = xcb_generate_id(c);
+    const quint32 segment = xcb_generate_id(c);
     XcbReply<xcb_generic_error_t> error(
-        xcb_request_check(c, xcb_shm_attach_checked(c, id, static_cast<uint32_t>(shmId), 0)));
-    // Marked for removal at once: the segment then disappears with its last
-    // user, even if this process dies.
+        xcb_request_check(c, xcb_shm_attach_checked(c, segment, static_cast<uint32_t>(shmId), 0)));
+    // Marked for removal at once: it disappears with its last user, even if we crash.
     shmctl(shmId, IPC_RMID, nullptr);
     if (error) {
         shmdt(data);
         return false;
     }
-    m_segment = Segment{id, static_cast<uchar *>(data), bytes};
+    m_segment = segment;
+    m_segmentData = static_cast<uchar *>(data);
     return true;
 }
 
@@ -170,58 +159,82 @@ QImage X11ImageReader::read(xcb_drawable_t drawable, const QRect &area, const QR
     const QRect clip = area.intersected(bounds);
     if (clip.isEmpty())
         throw Error(QStringLiteral("The area to capture is not on the screen."));
-
-    m_releaseTimer.start();
-    if (m_shmAvailable) {
-        if (ensureSegment(std::size_t(clip.width()) * clip.height() * bytesPerPixel))
-            return readShared(drawable, area, clip);
+    if (m_shmAvailable && !attachSegment())
         m_shmAvailable = false;  // the server cannot reach our memory (another host or namespace)
-    }
-    return readPlain(drawable, area, clip);
-}
 
-QImage X11ImageReader::readShared(xcb_drawable_t drawable, const QRect &area, const QRect &clip)
-{
     xcb_connection_t *c = m_x11.connection();
-    xcb_generic_error_t *rawError = nullptr;
-    XcbReply<xcb_shm_get_image_reply_t> reply(xcb_shm_get_image_reply(
-        c,
-        xcb_shm_get_image(c, drawable, static_cast<int16_t>(clip.x()), static_cast<int16_t>(clip.y()),
-                          static_cast<uint16_t>(clip.width()), static_cast<uint16_t>(clip.height()),
-                          ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment.id, 0),
-        &rawError));
-    XcbReply<xcb_generic_error_t> error(rawError);
-    if (!reply)
-        throw serverError(error.get());
+    const bool shared = m_shmAvailable;
+    const int bandRows = std::max<int>(1, int(halfSegmentBytes / (std::size_t(clip.width()) * bytesPerPixel)));
+    auto request = [&](int band) {
+        const QRect rows(clip.x(), clip.y() + band * bandRows, clip.width(),
+                         std::min(bandRows, clip.height() - band * bandRows));
+        const auto x = static_cast<int16_t>(rows.x());
+        const auto y = static_cast<int16_t>(rows.y());
+        const auto width = static_cast<uint16_t>(rows.width());
+        const auto height = static_cast<uint16_t>(rows.height());
+        const unsigned int sequence =
+            shared ? xcb_shm_get_image(c, drawable, x, y, width, height, ~0u, XCB_IMAGE_FORMAT_Z_PIXMAP, m_segment,
+                                       uint32_t((band % 2) * halfSegmentBytes))
+                         .sequence
+                   : xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, drawable, x, y, width, height, ~0u).sequence;
+        return BandRequest{rows, sequence};
+    };
 
-    QImage image = blankImage(area.size(), formatForDepth(c, reply->depth), clip == area);
-    copyRows(m_segment.data, std::size_t(clip.width()) * bytesPerPixel, image,
-             clip.topLeft() - area.topLeft(), clip.size());
-    return image;
-}
-
-QImage X11ImageReader::readPlain(xcb_drawable_t drawable, const QRect &area, const QRect &clip)
-{
-    // Bands keep each reply small.
-    constexpr int bandRows = 128;
-    xcb_connection_t *c = m_x11.connection();
-    QImage image;
-    for (int top = clip.top(); top <= clip.bottom(); top += bandRows) {
-        const int rows = std::min(bandRows, clip.bottom() + 1 - top);
+    // What came back for a band: the reply keeps the pixels of a plain read alive.
+    struct Band {
+        XcbReply<void> reply;
+        uint8_t depth = 0;
+        const uchar *pixels = nullptr;
+    };
+    auto await = [&](const BandRequest &requested, int band) {
         xcb_generic_error_t *rawError = nullptr;
-        XcbReply<xcb_get_image_reply_t> reply(xcb_get_image_reply(
-            c,
-            xcb_get_image(c, XCB_IMAGE_FORMAT_Z_PIXMAP, drawable, static_cast<int16_t>(clip.x()),
-                          static_cast<int16_t>(top), static_cast<uint16_t>(clip.width()),
-                          static_cast<uint16_t>(rows), ~0u),
-            &rawError));
+        Band answer;
+        if (shared) {
+            XcbReply<xcb_shm_get_image_reply_t> reply(
+                xcb_shm_get_image_reply(c, xcb_shm_get_image_cookie_t{requested.sequence}, &rawError));
+            if (reply) {
+                answer.depth = reply->depth;
+                answer.pixels = m_segmentData + (band % 2) * halfSegmentBytes;
+                answer.reply.reset(reply.release());
+            }
+        } else {
+            XcbReply<xcb_get_image_reply_t> reply(
+                xcb_get_image_reply(c, xcb_get_image_cookie_t{requested.sequence}, &rawError));
+            if (reply) {
+                answer.depth = reply->depth;
+                answer.pixels = xcb_get_image_data(reply.get());
+                answer.reply.reset(reply.release());
+            }
+        }
         XcbReply<xcb_generic_error_t> error(rawError);
-        if (!reply)
+        if (!answer.reply)
             throw serverError(error.get());
-        if (image.isNull())
-            image = blankImage(area.size(), formatForDepth(c, reply->depth), clip == area);
-        copyRows(xcb_get_image_data(reply.get()), std::size_t(clip.width()) * bytesPerPixel, image,
-                 QPoint(clip.x(), top) - area.topLeft(), QSize(clip.width(), rows));
+        return answer;
+    };
+
+    // The next band is always requested before the current one is copied,
+    // so that the server and this process work at the same time.
+    const int bands = (clip.height() + bandRows - 1) / bandRows;
+    QImage image;
+    BandRequest pending = request(0);
+    for (int band = 0; band < bands; ++band) {
+        const BandRequest current = pending;
+        const bool more = band + 1 < bands;
+        if (more)
+            pending = request(band + 1);
+        try {
+            const Band answer = await(current, band);
+            if (image.isNull()) {
+                image = allocateImage(area.size(), formatForDepth(c, answer.depth));
+                if (clip != area)
+                    image.fill(image.format() == QImage::Format_RGB32 ? 0xff000000u : 0u);
+            }
+            copyRows(answer.pixels, image, current.rows.topLeft() - area.topLeft(), current.rows.size());
+        } catch (...) {
+            if (more)
+                xcb_discard_reply(c, pending.sequence);  // no reply is left behind
+            throw;
+        }
     }
     return image;
 }

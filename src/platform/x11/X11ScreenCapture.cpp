@@ -56,10 +56,10 @@ QImage X11ScreenCapture::captureDisplay(const DisplayInfo &display)
     return m_reader.read(m_x11.root(), placementOf(layout, display).native, rootBounds());
 }
 
-// Our own windows are not left out here: on X11 without a compositor that
-// would mean unmapping them (flicker, and the window manager restacks them).
-// The one caller with a window on screen, the scrolling capture, keeps its
-// panel outside the captured rectangle instead.
+// Our own windows are NOT left out here: without a compositor, X keeps no
+// pixels of what they cover, and unmapping them for the instant of a capture
+// flickers and makes the window manager restack them. A caller with a panel
+// on screen (the scrolling capture's) must keep it outside the rectangle.
 QImage X11ScreenCapture::captureRegion(const DisplayInfo &display, const QRectF &rect)
 {
     const ScreenLayout layout = ScreenLayout::current(m_x11);

@@ -20,8 +20,6 @@ public:
     QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
     QImage captureWindow(const WindowInfo &window, double scale) override;
 
-    // Drops the shared capture buffer now instead of shortly after the last capture.
-    void releaseBuffers() { m_reader.releaseSegment(); }
     bool usesSharedMemory() const { return m_reader.usesSharedMemory(); }
 
 private:

@@ -4,6 +4,7 @@
 #include "platform/x11/X11Desktop.h"
 #include "platform/x11/X11ScreenCapture.h"
 
+#include <QDBusConnection>
 #include <QKeyEvent>
 
 #include <gtest/gtest.h>
@@ -21,6 +22,18 @@ public:
 
 protected:
     void keyPressEvent(QKeyEvent *event) override { keys.append(event->key()); }
+};
+
+// Stands in for the file manager on the test session bus.
+class FileManagerService : public QObject {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
+
+public:
+    QStringList shown;
+
+public slots:
+    void ShowItems(const QStringList &uris, const QString &) { shown += uris; }
 };
 
 class DesktopTest : public ::testing::Test {
@@ -107,6 +120,10 @@ TEST_F(DesktopTest, OverlayStaysOnTopOnEveryWorkspaceAndTakesTheKeyboard)
     const xcb_window_t window = overlay.winId();
     EXPECT_TRUE(attributes(window)->override_redirect) << "the window manager must not stack or move it";
     EXPECT_EQ(topmostViewableChildOfRoot(), window);
+    // Raising a managed window does not put it above the overlay.
+    runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("windowraise"), QString::number(xterm)});
+    waitFor([] { return false; }, 200);
+    EXPECT_EQ(topmostViewableChildOfRoot(), window);
 
     runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("a")});
     EXPECT_TRUE(waitFor([&] { return overlay.keys.contains(Qt::Key_A); })) << "keys go to the overlay";
@@ -171,5 +188,25 @@ TEST_F(DesktopTest, FloatingPanelIsStickyAboveAndNeverFocused)
     })) << "windows of another workspace are not on screen";
 }
 
+TEST_F(DesktopTest, RevealAsksTheFileManagerToSelectTheItem)
+{
+    FileManagerService fileManager;
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    ASSERT_TRUE(bus.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), &fileManager,
+                                   QDBusConnection::ExportAllSlots));
+    ASSERT_TRUE(bus.registerService(QStringLiteral("org.freedesktop.FileManager1")));
+
+    desktop.revealInFileManager(QStringLiteral("/tmp/Pixmora Shots/Screenshot 1.png"));
+    desktop.revealInFileManager(QStringLiteral("/tmp/Pixmora Shots"));
+    EXPECT_TRUE(waitFor([&] { return fileManager.shown.size() == 2; }));
+    EXPECT_EQ(fileManager.shown, (QStringList{QStringLiteral("file:///tmp/Pixmora%20Shots/Screenshot%201.png"),
+                                               QStringLiteral("file:///tmp/Pixmora%20Shots")}));
+
+    bus.unregisterService(QStringLiteral("org.freedesktop.FileManager1"));
+    bus.unregisterObject(QStringLiteral("/org/freedesktop/FileManager1"));
+}
+
 } // namespace
 } // namespace pixmora::e2e
+
+#include "DesktopTest.moc"

@@ -26,6 +26,29 @@ VirtualDesktop::Result runOnDesktop(const QString &program, const QStringList &a
     return testDesktop().run(program, arguments, 10000, processEvents);
 }
 
+bool waitUntilDesktopIsEmpty()
+{
+    X11Connection x11;
+    xcb_connection_t *c = x11.connection();
+    const QRect screen(0, 0, x11.screen()->width_in_pixels, x11.screen()->height_in_pixels);
+    auto anythingShown = [&] {
+        XcbReply<xcb_query_tree_reply_t> tree(xcb_query_tree_reply(c, xcb_query_tree(c, x11.root()), nullptr));
+        const xcb_window_t *children = xcb_query_tree_children(tree.get());
+        for (int i = 0; i < xcb_query_tree_children_length(tree.get()); ++i) {
+            XcbReply<xcb_get_window_attributes_reply_t> state(
+                xcb_get_window_attributes_reply(c, xcb_get_window_attributes(c, children[i]), nullptr));
+            XcbReply<xcb_get_geometry_reply_t> geometry(
+                xcb_get_geometry_reply(c, xcb_get_geometry(c, children[i]), nullptr));
+            // Window managers keep 1 x 1 helper windows mapped.
+            if (state && geometry && state->map_state == XCB_MAP_STATE_VIEWABLE && geometry->width > 1
+                && QRect(geometry->x, geometry->y, geometry->width, geometry->height).intersects(screen))
+                return true;
+        }
+        return false;
+    };
+    return waitFor([&] { return !anythingShown(); });
+}
+
 QImage rootPattern(QSize size)
 {
     QImage image(size, QImage::Format_RGB32);

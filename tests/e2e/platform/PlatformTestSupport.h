@@ -40,6 +40,10 @@ bool waitFor(const std::function<bool()> &condition, int timeoutMs = 5000);
 // Runs a command on the test desktop while Qt keeps handling events.
 VirtualDesktop::Result runOnDesktop(const QString &program, const QStringList &arguments);
 
+// Waits until no window shows on the screen any more (closing ones are
+// unmapped asynchronously by the server and the window manager).
+bool waitUntilDesktopIsEmpty();
+
 // A pattern in which every pixel of the root window has its own colour.
 QImage rootPattern(QSize size);
 // Makes the image the root window's background (what shows where no window is).

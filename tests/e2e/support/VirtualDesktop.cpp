@@ -44,13 +44,16 @@ int exitCodeOf(int status)
     return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
 }
 
-void readAvailable(int fd, QByteArray &into)
+// Reads what a non-blocking pipe holds; false once the writer closed it.
+bool readAvailable(int fd, QByteArray &into)
 {
     char buffer[65536];
     for (;;) {
         const ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n <= 0)
-            return;
+        if (n == 0)
+            return false;
+        if (n < 0)
+            return true;
         into.append(buffer, n);
     }
 }
@@ -76,51 +79,40 @@ VirtualDesktop::VirtualDesktop(const Options &options)
             throw failure(QStringLiteral("no X server could be started; Xvfb said: ") + logTail(QStringLiteral("Xvfb.log")));
         if (m_options.sessionBus) {
             const QString socket = m_logFolder + QStringLiteral("/bus");
-            m_started.push_back(spawn(QStringLiteral("dbus-daemon"),
-                                      {QStringLiteral("--session"), QStringLiteral("--nofork"),
-                                       QStringLiteral("--nopidfile"), QStringLiteral("--address=unix:path=") + socket},
-                                      QStringLiteral("dbus.log"), -1, -1));
-            if (!waitUntil([&] { return QFile::exists(socket); }, readyTimeoutMs))
-                throw failure(QStringLiteral("the D-Bus session bus did not start"));
+            startAndWaitFor(QStringLiteral("dbus-daemon"),
+                            {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
+                             QStringLiteral("--address=unix:path=") + socket},
+                            [&] { return QFile::exists(socket); });
             m_busAddress = QStringLiteral("unix:path=") + socket;
         }
         for (size_t i = 0; i < m_options.monitors.size(); ++i) {
             // 96 dots per inch, so that Qt derives no scale of its own from the physical size.
-            const Monitor &monitor = m_options.monitors[i];
+            const QRect rect = m_options.monitors[i].rect;
             const QString geometry = QStringLiteral("%1/%2x%3/%4+%5+%6")
-                                         .arg(monitor.rect.width()).arg(monitor.rect.width() * 254 / 960)
-                                         .arg(monitor.rect.height()).arg(monitor.rect.height() * 254 / 960)
-                                         .arg(monitor.rect.x()).arg(monitor.rect.y());
+                                         .arg(rect.width()).arg(rect.width() * 254 / 960)
+                                         .arg(rect.height()).arg(rect.height() * 254 / 960)
+                                         .arg(rect.x()).arg(rect.y());
             // Xvfb's one output is called "screen"; the first monitor takes it over.
-            runOrThrow(QStringLiteral("xrandr"), {QStringLiteral("--setmonitor"), monitor.name, geometry,
+            runOrThrow(QStringLiteral("xrandr"), {QStringLiteral("--setmonitor"), m_options.monitors[i].name, geometry,
                                                   i == 0 ? QStringLiteral("screen") : QStringLiteral("none")});
         }
         if (m_options.windowManager) {
-            m_started.push_back(spawn(QStringLiteral("openbox"), {}, QStringLiteral("openbox.log"), -1, -1));
-            const bool ready = waitUntil(
-                [this] {
-                    return run(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")})
-                        .output.contains("window id");
-                },
-                readyTimeoutMs);
-            if (!ready)
-                throw failure(QStringLiteral("openbox did not start"));
+            startAndWaitFor(QStringLiteral("openbox"), {}, [this] {
+                return run(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")})
+                    .output.contains("window id");
+            });
         }
         if (m_options.trayHost) {
-            m_started.push_back(spawn(QStringLiteral("trayer"),
-                                      {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--align"),
-                                       QStringLiteral("right"), QStringLiteral("--widthtype"), QStringLiteral("request"),
-                                       QStringLiteral("--height"), QStringLiteral("24")},
-                                      QStringLiteral("trayer.log"), -1, -1));
-            const bool ready = waitUntil(
-                [this] {
-                    const Result found = run(QStringLiteral("xdotool"),
-                                             {QStringLiteral("search"), QStringLiteral("--classname"), QStringLiteral("trayer")});
-                    return found.ok() && !found.output.trimmed().isEmpty();
-                },
-                readyTimeoutMs);
-            if (!ready)
-                throw failure(QStringLiteral("trayer did not start"));
+            startAndWaitFor(QStringLiteral("trayer"),
+                            {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--align"), QStringLiteral("right"),
+                             QStringLiteral("--widthtype"), QStringLiteral("request"), QStringLiteral("--height"),
+                             QStringLiteral("24")},
+                            [this] {
+                                const Result found = run(QStringLiteral("xdotool"), {QStringLiteral("search"),
+                                                                                     QStringLiteral("--classname"),
+                                                                                     QStringLiteral("trayer")});
+                                return found.ok() && !found.output.trimmed().isEmpty();
+                            });
         }
     } catch (...) {
         shutdown();
@@ -296,12 +288,15 @@ VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QString
     close(errorPipe[1]);
 
     Result result;
+    bool outputOpen = true;
+    bool errorOpen = true;
     const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     for (;;) {
-        pollfd fds[] = {{outputPipe[0], POLLIN, 0}, {errorPipe[0], POLLIN, 0}};
+        // A closed pipe is left out (a negative descriptor), or poll() would spin.
+        pollfd fds[] = {{outputOpen ? outputPipe[0] : -1, POLLIN, 0}, {errorOpen ? errorPipe[0] : -1, POLLIN, 0}};
         poll(fds, 2, whileWaiting ? 5 : 20);
-        readAvailable(outputPipe[0], result.output);
-        readAvailable(errorPipe[0], result.errors);
+        outputOpen = outputOpen && readAvailable(outputPipe[0], result.output);
+        errorOpen = errorOpen && readAvailable(errorPipe[0], result.errors);
         int status = 0;
         // The program's own exit ends the wait, not the end of its output:
         // a child it leaves running may keep the pipe open.
@@ -327,6 +322,15 @@ VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QString
         m_ranGroups.push_back(pid);
     }
     return result;
+}
+
+void VirtualDesktop::startAndWaitFor(const QString &program, const QStringList &arguments,
+                                     const std::function<bool()> &ready)
+{
+    const QString log = program + QStringLiteral(".log");
+    m_started.push_back(spawn(program, arguments, log, -1, -1));
+    if (!waitUntil(ready, readyTimeoutMs))
+        throw failure(program + QStringLiteral(" did not start: ") + logTail(log));
 }
 
 void VirtualDesktop::runOrThrow(const QString &program, const QStringList &arguments) const

@@ -78,6 +78,7 @@ private:
     pid_t spawn(const QString &program, const QStringList &arguments, const QString &logName,
                 int outputFd, int errorFd) const;
     bool startServer();
+    void startAndWaitFor(const QString &program, const QStringList &arguments, const std::function<bool()> &ready);
     void runOrThrow(const QString &program, const QStringList &arguments) const;
     void stopProcessGroup(pid_t pid) const;
     void shutdown();
