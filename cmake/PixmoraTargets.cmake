@@ -12,12 +12,10 @@ function(pixmora_target_options target)
     endif()
 endfunction()
 
-function(pixmora_library name)
-    cmake_parse_arguments(ARG "" "" "SOURCES;LIBS" ${ARGN})
-    add_library(${name} STATIC ${ARG_SOURCES})
-    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
-    target_link_libraries(${name} PUBLIC ${ARG_LIBS})
-    pixmora_target_options(${name})
+# Qt's headers dominate compile time on two cores.
+function(pixmora_precompile_qt target)
+    target_precompile_headers(${target} PRIVATE <QImage> <QObject> <QString> <QWidget> <QPainter>
+                              <functional> <memory> <optional> <vector>)
 endfunction()
 
 # A GoogleTest executable with a QApplication main, registered with CTest.
@@ -34,6 +32,8 @@ function(pixmora_test name)
         list(APPEND ARG_SOURCES ${PROJECT_SOURCE_DIR}/tests/support/TestMain.cpp)
     endif()
     add_executable(${name} ${ARG_SOURCES})
+    pixmora_precompile_qt(${name})
+    target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gmock Qt6::Widgets Qt6::Test)
     pixmora_target_options(${name})

@@ -7,7 +7,7 @@ cd "$(dirname "$0")/.."
 scripts/install-deps.sh
 
 jobs=$(nproc)
-cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPIXMORA_WERROR=ON
+cmake -S . -B build/release -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DPIXMORA_WERROR=ON -DPIXMORA_BENCHMARKS=OFF
 cmake --build build/release -j"$jobs"
 (cd build/release && ctest --output-on-failure --timeout 600 -j"$jobs")
 
