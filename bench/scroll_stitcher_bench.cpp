@@ -1,10 +1,14 @@
 // Speed, memory and quality of the scroll stitcher on captures of real size.
 // Targets: append of a 1600 x 1200 frame <= 4 ms (median), 3840 x 2000 <= 12 ms,
 // compose of 1600 x 24000 <= 150 ms, and the peak memory of a 24000-row capture
-// made of 100-row steps under 2.2 x (result + two frames). The reusingMemory
-// runs repeat append and compose with memory the allocator has handed out
-// before, which separates their own work from the cost of first-touching pages.
+// made of 100-row steps under 2.2 x (result + two frames). Each of these runs
+// twice: with the default image allocator (plain QImages on the heap) and, as
+// onHugePages, with the one the X11 platform installs. The reusingMemory runs
+// repeat append and compose with memory the heap has handed out before, which
+// separates their own work from the cost of first-touching pages.
 
+#include "platform/ImageMemory.h"
+#include "platform/x11/HugePageImages.h"
 #include "scroll/ScrollStitcher.h"
 
 #include "../tests/scroll/ScrollScenario.h"
@@ -157,8 +161,18 @@ void captureMemory(benchmark::State &state)
         state.counters["peak_per_result_and_two_frames"] = peakBytes / (double(resultBytes) + 2 * frameBytes);
     }
 }
+// The same work with large images on huge pages, as the X11 platform has it.
+template<typename... Sizes>
+void onHugePages(benchmark::State &state, void (*run)(benchmark::State &, Sizes...), Sizes... sizes)
+{
+    setImageAllocator(allocateHugePageImage);
+    run(state, sizes...);
+    setImageAllocator(nullptr);
+}
+
 // Registered first, so that no earlier benchmark has left freed memory behind to reuse.
 BENCHMARK(captureMemory)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(onHugePages, captureMemory, captureMemory)->Unit(benchmark::kMillisecond)->Iterations(1);
 
 // Frames scrolled down a text-and-pictures page by random shifts up to the
 // largest the stitcher tries; the stitcher starts afresh (untimed) at the bottom.
@@ -191,7 +205,9 @@ void appendRandomShift(benchmark::State &state, int width, int height)
 }
 
 BENCHMARK_CAPTURE(appendRandomShift, 1600x1200, 1600, 1200)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK_CAPTURE(onHugePages, append_1600x1200, appendRandomShift, 1600, 1200)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 BENCHMARK_CAPTURE(appendRandomShift, 3840x2000, 3840, 2000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK_CAPTURE(onHugePages, append_3840x2000, appendRandomShift, 3840, 2000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
 // The matching alone: each frame has moved past the reach of the search, so
 // append computes the signature and runs both searches but copies nothing.
@@ -232,6 +248,7 @@ void compose1600x24000(benchmark::State &state)
     times.report(state);
 }
 BENCHMARK(compose1600x24000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
+BENCHMARK_CAPTURE(onHugePages, compose_1600x24000, compose1600x24000)->Unit(benchmark::kMillisecond)->MinTime(2.0);
 
 // Synthetic documents scrolled at capture size: how many captures come out
 // exactly, and how many frames are accepted, refused or misread.

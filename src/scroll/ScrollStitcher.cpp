@@ -1,5 +1,7 @@
 #include "scroll/ScrollStitcher.h"
 
+#include "platform/ImageMemory.h"
+
 #include <QColorSpace>
 
 #include <algorithm>
@@ -83,6 +85,19 @@ qint64 countMatchingRows(const std::uint8_t *a, const std::uint8_t *b, qint64 ro
     for (qint64 i = 0; i < rows; ++i)
         matched += rowsMatch(a + i * kStride, b + i * kStride, tolerance);
     return matched;
+}
+
+// A deep copy of rows [top, top + rows) of the frame, in fresh memory from
+// the platform's image allocator; a null image when there is none.
+QImage copyOfRows(const QImage &frame, int top, int rows)
+{
+    QImage strip = allocateImage(QSize(frame.width(), rows), frame.format());
+    if (strip.isNull())
+        return strip;
+    const std::size_t rowBytes = std::size_t(frame.width()) * sizeof(QRgb);
+    for (int y = 0; y < rows; ++y)
+        std::memcpy(strip.scanLine(y), frame.constScanLine(top + y), rowBytes);
+    return strip;
 }
 
 } // namespace
@@ -219,7 +234,7 @@ AppendResult ScrollStitcher::append(const QImage &input)
 
     const qint64 rows = std::min(m_maxTotalHeight - m_totalHeight, best.shift);
     // A deep copy of the new rows: holding a view would keep the whole frame alive.
-    QImage strip = frame.copy(0, int(height - best.shift), int(m_frameWidth), int(rows));
+    QImage strip = copyOfRows(frame, int(height - best.shift), int(rows));
     if (strip.isNull())
         return {Kind::noMatch};
 
@@ -242,8 +257,8 @@ QImage ScrollStitcher::compose() const
     const bool anyAlpha = std::any_of(m_slices.begin(), m_slices.end(), [](const QImage &slice) {
         return slice.format() == QImage::Format_ARGB32_Premultiplied;
     });
-    QImage canvas(int(m_frameWidth), int(m_totalHeight),
-                  anyAlpha ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32);
+    QImage canvas = allocateImage(QSize(int(m_frameWidth), int(m_totalHeight)),
+                                  anyAlpha ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32);
     if (canvas.isNull())
         return {};
 

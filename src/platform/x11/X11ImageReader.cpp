@@ -1,12 +1,12 @@
 #include "platform/x11/X11ImageReader.h"
 
 #include "platform/Error.h"
+#include "platform/x11/HugePageImages.h"
 #include "platform/x11/X11Connection.h"
 
 #include <xcb/shm.h>
 
 #include <sys/ipc.h>
-#include <sys/mman.h>
 #include <sys/shm.h>
 
 #include <algorithm>
@@ -38,37 +38,6 @@ QImage::Format formatForDepth(xcb_connection_t *c, uint8_t depth)
         || (depth != 24 && depth != 32))
         throw Error(QStringLiteral("The display's pixel format (depth %1) is not supported.").arg(depth));
     return depth == 32 ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
-}
-
-// Large images get their own mapping on huge pages, populated in one call
-// (page-faulting 33 MB page by page costs over 100 ms here). It goes back to
-// the system as soon as the last copy of the QImage is dropped.
-QImage allocateImage(QSize size, QImage::Format format)
-{
-    const std::size_t bytesPerLine = std::size_t(size.width()) * bytesPerPixel;
-    const std::size_t bytes = bytesPerLine * size.height();
-    constexpr std::size_t ownMappingThreshold = 4u << 20;
-    if (bytes < ownMappingThreshold)
-        return QImage(size, format);
-
-    void *memory = mmap(nullptr, bytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (memory == MAP_FAILED)
-        throw Error(QStringLiteral("Not enough memory for the screen image."));
-    madvise(memory, bytes, MADV_HUGEPAGE);
-#ifdef MADV_POPULATE_WRITE
-    madvise(memory, bytes, MADV_POPULATE_WRITE);
-#endif
-    struct Mapping {
-        void *memory;
-        std::size_t bytes;
-    };
-    auto unmap = [](void *info) {
-        auto *mapping = static_cast<Mapping *>(info);
-        munmap(mapping->memory, mapping->bytes);
-        delete mapping;
-    };
-    return QImage(static_cast<uchar *>(memory), size.width(), size.height(),
-                  static_cast<qsizetype>(bytesPerLine), format, unmap, new Mapping{memory, bytes});
 }
 
 // The one copy out of the server's buffer. X leaves the padding byte of
@@ -225,7 +194,9 @@ QImage X11ImageReader::read(xcb_drawable_t drawable, const QRect &area, const QR
         try {
             const Band answer = await(current, band);
             if (image.isNull()) {
-                image = allocateImage(area.size(), formatForDepth(c, answer.depth));
+                image = allocateHugePageImage(area.size(), formatForDepth(c, answer.depth));
+                if (image.isNull())
+                    throw Error(QStringLiteral("Not enough memory for the screen image."));
                 if (clip != area)
                     image.fill(image.format() == QImage::Format_RGB32 ? 0xff000000u : 0u);
             }

@@ -1,10 +1,19 @@
 #include "platform/x11/X11Platform.h"
 
+#include "platform/ImageMemory.h"
+#include "platform/x11/HugePageImages.h"
+
 namespace pixmora {
 
 X11Platform::X11Platform()
     : m_screens(m_connection), m_hotKeys(m_connection), m_desktop(m_connection)
 {
+    setImageAllocator(allocateHugePageImage);
+}
+
+X11Platform::~X11Platform()
+{
+    setImageAllocator(nullptr);
 }
 
 Platform X11Platform::platform()

@@ -14,10 +14,14 @@ namespace pixmora {
 
 // The real services on an X11 desktop. Create it after the QApplication
 // (on the xcb platform) and destroy it before; throws pixmora::Error when
-// there is no X display.
+// there is no X display. While it lives, large images come from huge pages
+// (see allocateImage()).
 class X11Platform {
 public:
     X11Platform();
+    ~X11Platform();
+    X11Platform(const X11Platform &) = delete;
+    X11Platform &operator=(const X11Platform &) = delete;
 
     Platform platform();
 

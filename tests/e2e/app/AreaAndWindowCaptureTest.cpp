@@ -5,30 +5,12 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 using namespace pixmora::e2e;
 
 namespace {
 
-bool samePixels(const QImage &a, const QImage &b)
-{
-    const QImage x = a.convertToFormat(QImage::Format_RGB888);
-    const QImage y = b.convertToFormat(QImage::Format_RGB888);
-    if (x.size() != y.size())
-        return false;
-    for (int row = 0; row < x.height(); ++row) {
-        if (std::memcmp(x.constScanLine(row), y.constScanLine(row), size_t(x.width()) * 3) != 0)
-            return false;
-    }
-    return true;
-}
-
-QImage newest(const QString &folder)
-{
-    const QStringList files = QDir(folder).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Time);
-    return files.isEmpty() ? QImage() : QImage(QDir(folder).filePath(files.first()));
-}
+const auto samePixels = &PixmoraSession::samePixels;
+const auto newest = &PixmoraSession::newestImage;
 
 class AreaAndWindowCaptureTest : public ::testing::Test {
 protected:

@@ -6,8 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <cstring>
-
 using namespace pixmora::e2e;
 
 namespace {
@@ -16,20 +14,7 @@ int dotsPerInch(const QImage &image) { return qRound(image.dotsPerMeterX() * 0.0
 
 QImage load(const QString &path) { return QImage(path); }
 
-// Pixels only: QImage's own comparison also weighs colour-space tags, which
-// ImageMagick writes and Pixmora does not.
-bool samePixels(const QImage &a, const QImage &b)
-{
-    const QImage x = a.convertToFormat(QImage::Format_RGB888);
-    const QImage y = b.convertToFormat(QImage::Format_RGB888);
-    if (x.size() != y.size())
-        return false;
-    for (int row = 0; row < x.height(); ++row) {
-        if (std::memcmp(x.constScanLine(row), y.constScanLine(row), size_t(x.width()) * 3) != 0)
-            return false;
-    }
-    return true;
-}
+const auto samePixels = &PixmoraSession::samePixels;
 
 QString primaryName(const QStringList &files)
 {

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstring>
 #include <stdexcept>
 
 namespace pixmora::e2e {
@@ -82,6 +83,25 @@ QByteArray PixmoraSession::clipboard(const QString &type)
 QStringList PixmoraSession::pngFiles(const QString &folder)
 {
     return QDir(folder).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Name);
+}
+
+QImage PixmoraSession::newestImage(const QString &folder)
+{
+    const QStringList files = QDir(folder).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Time);
+    return files.isEmpty() ? QImage() : QImage(QDir(folder).filePath(files.first()));
+}
+
+bool PixmoraSession::samePixels(const QImage &a, const QImage &b)
+{
+    const QImage x = a.convertToFormat(QImage::Format_RGB888);
+    const QImage y = b.convertToFormat(QImage::Format_RGB888);
+    if (x.size() != y.size())
+        return false;
+    for (int row = 0; row < x.height(); ++row) {
+        if (std::memcmp(x.constScanLine(row), y.constScanLine(row), size_t(x.width()) * 3) != 0)
+            return false;
+    }
+    return true;
 }
 
 bool PixmoraSession::waitForFiles(const QString &folder, int count, int timeoutMs)

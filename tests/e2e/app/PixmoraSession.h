@@ -34,6 +34,11 @@ public:
     QByteArray clipboard(const QString &type);
 
     static QStringList pngFiles(const QString &folder);
+    // The most recently written PNG in the folder.
+    static QImage newestImage(const QString &folder);
+    // Pixels only: QImage's own comparison also weighs colour-space tags,
+    // which ImageMagick writes and Pixmora does not.
+    static bool samePixels(const QImage &a, const QImage &b);
     // Waits until the folder holds at least count PNG files.
     static bool waitForFiles(const QString &folder, int count, int timeoutMs = 10000);
 
