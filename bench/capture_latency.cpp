@@ -1,10 +1,12 @@
 // Key press to last file written, for the real binary on a 3840 x 2160 Xvfb
 // desktop with a gradient wallpaper and text windows, side by side with scrot
 // writing the same screen; plus the PNG sizes and the tray process's idle
-// CPU and resident memory. Prints medians; needs Xvfb, openbox, trayer,
+// CPU and resident memory. With --overlay, the same desktop split into two
+// 1920 x 2160 monitors and the time from Control-Shift-1 until the frozen,
+// dimmed overlay shows on both. Prints medians; needs Xvfb, openbox, trayer,
 // xterm, ImageMagick and scrot (scripts/install-deps.sh).
 //
-//   capture_latency [path/to/pixmora] [iterations]
+//   capture_latency [--overlay] [path/to/pixmora] [iterations]
 #include "VirtualDesktop.h"
 
 #include <QCoreApplication>
@@ -25,6 +27,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <cstdio>
 #include <vector>
 
@@ -41,11 +44,12 @@ double median(std::vector<double> values)
 // Presses Control-Shift-3 through XTest, as a keyboard would.
 class KeyPresser {
 public:
-    explicit KeyPresser(const QString &display)
+    KeyPresser(const QString &display, std::vector<xcb_keysym_t> keys)
         : m_connection(xcb_connect(display.toLocal8Bit().constData(), nullptr)),
           m_symbols(xcb_key_symbols_alloc(m_connection))
     {
-        m_keys = {code(XK_Control_L), code(XK_Shift_L), code(XK_3)};
+        for (xcb_keysym_t key : keys)
+            m_keys.push_back(code(key));
     }
     ~KeyPresser()
     {
@@ -118,6 +122,28 @@ private:
     int m_fd;
 };
 
+// One pixel of the root window, as the X server shows it.
+class PixelReader {
+public:
+    explicit PixelReader(const QString &display) : m_connection(xcb_connect(display.toLocal8Bit().constData(), nullptr)) {}
+    ~PixelReader() { xcb_disconnect(m_connection); }
+    quint32 at(QPoint point)
+    {
+        const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
+        xcb_get_image_reply_t *reply = xcb_get_image_reply(
+            m_connection, xcb_get_image(m_connection, XCB_IMAGE_FORMAT_Z_PIXMAP, root, int16_t(point.x()), int16_t(point.y()), 1, 1, ~0u),
+            nullptr);
+        quint32 pixel = 0;
+        if (reply && xcb_get_image_data_length(reply) >= 4)
+            std::memcpy(&pixel, xcb_get_image_data(reply), 4);
+        free(reply);
+        return pixel & 0xffffff;
+    }
+
+private:
+    xcb_connection_t *m_connection;
+};
+
 struct ProcessUsage {
     double cpuSeconds = 0;
     double residentMB = 0;
@@ -146,9 +172,10 @@ ProcessUsage usageOf(pid_t pid)
 int main(int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
-    const QString binary = argc > 1 ? QString::fromLocal8Bit(argv[1])
-                                    : QCoreApplication::applicationDirPath() + QStringLiteral("/../pixmora");
-    const int iterations = argc > 2 ? std::max(3, atoi(argv[2])) : 15;
+    QStringList arguments = app.arguments().mid(1);
+    const bool overlay = arguments.removeAll(QStringLiteral("--overlay")) > 0;
+    const QString binary = arguments.value(0, QCoreApplication::applicationDirPath() + QStringLiteral("/../pixmora"));
+    const int iterations = std::max(3, arguments.value(1, QStringLiteral("15")).toInt());
 
     QTemporaryDir home;
     const QString shots = home.filePath(QStringLiteral("Shots"));
@@ -168,6 +195,8 @@ int main(int argc, char **argv)
     options.size = QSize(3840, 2160);
     options.windowManager = true;
     options.trayHost = true;
+    if (overlay)
+        options.monitors = VirtualDesktop::leftAndRight(options.size);
     VirtualDesktop desktop(options);
 
     // A realistic desktop: gradient wallpaper, text windows.
@@ -202,7 +231,35 @@ int main(int argc, char **argv)
     QThread::sleep(5);
     const ProcessUsage idleEnd = usageOf(pixmora);
 
-    KeyPresser keys(desktop.display());
+    if (overlay) {
+        // Two points on the gradient, one per monitor: they change when the dimmed overlay shows.
+        const QPoint probes[] = {{60, 2100}, {3780, 2100}};
+        KeyPresser area(desktop.display(), {XK_Control_L, XK_Shift_L, XK_1});
+        KeyPresser escape(desktop.display(), {XK_Escape});
+        PixelReader pixels(desktop.display());
+        std::vector<double> shown;
+        for (int round = 0; round < iterations; ++round) {
+            const quint32 before[] = {pixels.at(probes[0]), pixels.at(probes[1])};
+            QElapsedTimer clock;
+            clock.start();
+            area.press();
+            while (pixels.at(probes[0]) == before[0] || pixels.at(probes[1]) == before[1]) {
+                if (clock.elapsed() > 5000) {
+                    std::fprintf(stderr, "the overlay did not show\n");
+                    return 1;
+                }
+            }
+            shown.push_back(clock.nsecsElapsed() / 1e6);
+            escape.press();
+            QThread::msleep(400);
+        }
+        std::printf("iterations                          %d\n", iterations);
+        std::printf("Control-Shift-1 -> overlay on both 1920 x 2160 monitors  median %.1f ms (min %.1f, max %.1f)\n",
+                    median(shown), *std::min_element(shown.begin(), shown.end()), *std::max_element(shown.begin(), shown.end()));
+        return 0;
+    }
+
+    KeyPresser keys(desktop.display(), {XK_Control_L, XK_Shift_L, XK_3});
     FileArrivals arrivals({shots, history});
     std::vector<double> ours, scrot;
     const QString scrotFile = home.filePath(QStringLiteral("scrot.png"));

@@ -26,11 +26,6 @@ void print(FILE *stream, const QString &text)
 
 int runTrayApp(int argc, char **argv)
 {
-    // Qt's shared-memory backing stores are fresh segments per window: on the
-    // overlays' first paint their page faults cost more than sending the
-    // pixels over the socket.
-    if (!qEnvironmentVariableIsSet("QT_XCB_NO_MITSHM"))
-        qputenv("QT_XCB_NO_MITSHM", "1");
     QApplication app(argc, argv);
     QApplication::setApplicationName(QStringLiteral("Pixmora"));
     QApplication::setApplicationVersion(QStringLiteral(PIXMORA_VERSION));
