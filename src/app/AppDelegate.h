@@ -69,13 +69,10 @@ public:
 
     // For tests and the command line.
     Settings &settings() { return m_settings; }
-    SaveLocationStore &saveLocation() { return m_saveLocation; }
     CaptureHistoryStore *history() { return m_history.get(); }
-    PreviewPresenter &previewPresenter() { return m_previewPresenter; }
     bool captureFlowActive() const { return m_captureFlowActive; }
     RegionSelectionController *regionController() const { return m_regionController; }
     WindowPickerController *windowPicker() const { return m_windowPicker; }
-    QMenu *menu() const { return m_menu.get(); }
 
 private:
     bool beginCaptureFlow();

@@ -29,15 +29,18 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
     for (const CapturedImage &captured : images)
         pngs << CaptureEngine::pngData(captured.image, captured.scale);
 
+    // Resolving the folder can mean searching for it; once decides both the
+    // pasteboard and whether to write. It is resolved again right before writing.
     const bool clipboardOnly = m_settings.copyToClipboard();
+    const bool hasFolder = !clipboardOnly && m_saveLocation.currentFolder().has_value();
     if (clipboardOnly) {
         putOnPasteboard(pngs);
     } else if (m_settings.alsoCopyToClipboard()) {
-        putOnPasteboard(m_saveLocation.currentFolder() ? pngs.mid(0, 1) : pngs);
+        putOnPasteboard(hasFolder ? pngs.mid(0, 1) : pngs);
     }
 
     QStringList savedPaths;
-    if (!clipboardOnly && m_saveLocation.currentFolder()) {
+    if (hasFolder) {
         const QString dateText = captureDateText(QDateTime::currentDateTime());
         const std::optional<QString> folder = m_saveLocation.currentFolder();
         if (!folder) {

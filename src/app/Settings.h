@@ -37,8 +37,6 @@ public:
     QByteArray saveFolderBookmark() const;
     void setSaveFolderBookmark(const QByteArray &bookmark);
 
-    const QString &filePath() const { return m_filePath; }
-
 private:
     std::optional<bool> storedBool(const char *key) const;
     void store(const char *key, const QVariant &value);

@@ -30,8 +30,6 @@ public:
 
     explicit CaptureHistoryStore(QString directory);
 
-    const QString &directory() const { return m_directory; }
-
     // Writes an already encoded PNG and trims the history; the file's path,
     // or nothing when it could not be written.
     std::optional<QString> add(const QByteArray &png, const QDateTime &date);
