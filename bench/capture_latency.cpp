@@ -245,7 +245,7 @@ int main(int argc, char **argv)
             area.press();
             while (pixels.at(probes[0]) == before[0] || pixels.at(probes[1]) == before[1]) {
                 if (clock.elapsed() > 5000) {
-                    std::fprintf(stderr, "the overlay did not show\n");
+                    std::fprintf(stderr, "the overlay did not show in round %d\n", round);
                     return 1;
                 }
             }

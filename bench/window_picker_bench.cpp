@@ -2,7 +2,7 @@
 // finding the window under the pointer, and repainting a 3840 x 2160 panel
 // when the outline moves to another window.
 
-#include "capture/OverlayPanel.h"
+#include "RepaintCounter.h"
 #include "capture/WindowPicker.h"
 #include "platform/fake/FakePlatform.h"
 
@@ -48,18 +48,6 @@ WindowInfo window(quint64 id, QRect frame)
 const DisplayInfo display4K{1, QRect(0, 0, 3840, 2160), QRect(0, 0, 3840, 2160), 1.0, QStringLiteral("4K")};
 
 void noCompletion(std::optional<WindowInfo>) {}
-
-class PaintCounter : public QObject {
-public:
-    int paints = 0;
-
-protected:
-    bool eventFilter(QObject *, QEvent *event) override
-    {
-        paints += event->type() == QEvent::Paint ? 1 : 0;
-        return false;
-    }
-};
 
 void BM_CandidateFiltering(benchmark::State &state)
 {
@@ -108,20 +96,20 @@ void BM_HighlightChangeRepaint(benchmark::State &state)
     WindowPickerController picker({first, second}, {display4K}, {{display4K.id, backdrop}}, desktop, noCompletion,
                                   [&cursor] { return cursor; });
     picker.begin();
-    OverlayPanel *panel = picker.panels().front();
-    for (int i = 0; i < 200 && !panel->windowHandle()->isExposed(); ++i)
+    WindowPickerView *panel = picker.panels().front();
+    for (int i = 0; i < 200 && !panel->isExposed(); ++i)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
     QCoreApplication::processEvents();
     QCoreApplication::sendPostedEvents();
 
-    PaintCounter counter;
-    panel->findChild<WindowPickerView *>()->installEventFilter(&counter);
+    RepaintCounter counter;
+    panel->installEventFilter(&counter);
     for (auto _ : state) {
         cursor = cursor == inFirst ? inSecond : inFirst;
         picker.updateHighlight();
         QCoreApplication::sendPostedEvents();
     }
-    if (counter.paints != state.iterations())
+    if (counter.repaints != state.iterations())
         state.SkipWithError("not every highlight change was painted");
     picker.finish(std::nullopt);
     QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);

@@ -6,6 +6,7 @@
 //   DISPLAY=:90 x11_capture_bench --benchmark_repetitions=10
 
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11ImageTransfer.h"
 #include "platform/x11/X11ScreenCapture.h"
 
 #include <QApplication>
@@ -154,7 +155,7 @@ int main(int argc, char **argv)
     auto screenCapture = std::make_unique<X11ScreenCapture>(*x11);
     connection = x11.get();
     capture = screenCapture.get();
-    benchmark::AddCustomContext("mit_shm", capture->usesSharedMemory() ? "yes" : "no");
+    benchmark::AddCustomContext("mit_shm", x11->images().usesSharedMemory() ? "yes" : "no");
     reportMemory();
 
     benchmark::Initialize(&argc, argv);

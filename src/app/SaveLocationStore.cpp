@@ -31,7 +31,9 @@ public:
     quint64 activeWindow() override { return 0; }
     void activateWindow(quint64) override {}
     void activateApplication() override {}
-    void makeOverlay(QWidget *) override {}
+    void makeOverlay(QWindow *) override {}
+    void giveKeyboardTo(QWindow *) override {}
+    bool drawOverlayBackdrop(QWindow *, const QImage &, QColor) override { return false; }
     void makeFloatingPanel(QWidget *) override {}
 };
 

@@ -2,49 +2,114 @@
 
 #include "platform/Desktop.h"
 
+#include <QCoreApplication>
+#include <QExposeEvent>
+#include <QGuiApplication>
+#include <QPainter>
+
 namespace pixmora {
 
-OverlayPanel::OverlayPanel(const DisplayInfo &display, Desktop &desktop)
-    : QWidget(nullptr, Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint),
-      m_display(display)
+OverlayPanel::OverlayPanel(const DisplayInfo &display, Desktop &desktop, QImage backdrop, QColor dim)
+    : m_display(display),
+      m_desktop(desktop),
+      m_frozenImage(std::move(backdrop)),
+      // Setting the ratio on a shared image would copy all its pixels; this
+      // read-only image reads them in place. At the display's own ratio
+      // QPainter copies them to the screen 1:1.
+      m_backdrop(m_frozenImage.constBits(), m_frozenImage.width(), m_frozenImage.height(),
+                 m_frozenImage.bytesPerLine(), m_frozenImage.format()),
+      m_dim(dim),
+      m_store(this)
 {
-    setAttribute(Qt::WA_DeleteOnClose, false);
-    setFocusPolicy(Qt::StrongFocus);
-    setMouseTracking(true);
+    setFlags(Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint | Qt::NoDropShadowWindowHint);
     setGeometry(display.frame);
-    setAttribute(Qt::WA_OpaquePaintEvent);  // the content view paints every pixel
-    winId();  // the window system hints need the native window, before it is mapped
+    m_backdrop.setDevicePixelRatio(display.scale);
+    create();  // the window system's settings need the native window, before it is mapped
     desktop.makeOverlay(this);
 }
 
+OverlayPanel::~OverlayPanel() = default;
+
 void OverlayPanel::present(bool makeKeyPanel)
 {
-    show();
-    raise();
+    show();  // a window is mapped on top of everything already there
     if (makeKeyPanel)
         makeKey();
 }
 
 void OverlayPanel::makeKey()
 {
-    activateWindow();
-    setFocus(Qt::OtherFocusReason);
-    keyboardTarget()->grabKeyboard();
+    // A closed panel may still get the pointer's enter queued before it closed.
+    if (!isVisible())
+        return;
+    requestActivate();
+    m_desktop.giveKeyboardTo(this);
 }
 
-// A grab outlives hiding: a hidden panel would go on taking every key press
-// of the application (an alert's included) until it is deleted.
-void OverlayPanel::hideEvent(QHideEvent *event)
+void OverlayPanel::update(const QRegion &area)
 {
-    if (keyboardGrabber() == keyboardTarget())
-        keyboardTarget()->releaseKeyboard();
-    QWidget::hideEvent(event);
+    m_pending += area & rect();
+    if (!m_pending.isEmpty())
+        scheduleRepaint();
 }
 
-// Key events go to the grabbing widget, not to the focus widget.
-QWidget *OverlayPanel::keyboardTarget()
+void OverlayPanel::scheduleRepaint()
 {
-    return focusProxy() ? focusProxy() : this;
+    if (m_updatePosted)
+        return;
+    m_updatePosted = true;
+    // Low priority, as for widgets: a burst of pointer moves becomes one
+    // repaint, and so do the two exposures Qt reports for every map.
+    QCoreApplication::postEvent(this, new QEvent(QEvent::UpdateRequest), Qt::LowEventPriority);
+}
+
+bool OverlayPanel::event(QEvent *event)
+{
+    if (event->type() != QEvent::UpdateRequest)
+        return QWindow::event(event);
+    m_updatePosted = false;
+    QRegion area = std::exchange(m_pending, QRegion());
+    if (std::exchange(m_contentLost, false)) {
+        // Qt gives no trustworthy exposed area: everything is redrawn, the
+        // backdrop by the window system where it can.
+        const bool backdropDrawn = m_desktop.drawOverlayBackdrop(this, m_backdrop, m_dim);
+        area = backdropDrawn ? area + decorations() : QRegion(rect());
+    }
+    repaint(area);
+    return true;
+}
+
+void OverlayPanel::exposeEvent(QExposeEvent *)
+{
+    if (!isExposed())
+        return;
+    m_contentLost = true;
+    scheduleRepaint();
+}
+
+void OverlayPanel::repaint(const QRegion &area)
+{
+    if (!isExposed() || area.isEmpty())
+        return;
+    if (m_store.size() != size())
+        m_store.resize(size());
+    m_store.beginPaint(area);
+    if (QPaintDevice *device = m_store.paintDevice()) {
+        QPainter painter(device);
+        painter.setClipRegion(area);
+        paint(painter);
+    }
+    m_store.endPaint();
+    m_store.flush(area);
+}
+
+void OverlayPanel::paintBackdrop(QPainter &painter) const
+{
+    // A snapshot a pixel short of the panel (rounding at fractional scales)
+    // must not leave the rest unpainted.
+    if (!QRectF(QPointF(0, 0), m_backdrop.deviceIndependentSize()).contains(rect()))
+        painter.fillRect(rect(), Qt::black);
+    painter.drawImage(QPointF(0, 0), m_backdrop);
 }
 
 } // namespace pixmora

@@ -11,7 +11,6 @@
 #include <QPainter>
 #include <QPainterPath>
 #include <QTimer>
-#include <QVBoxLayout>
 
 #include <algorithm>
 #include <cmath>
@@ -107,9 +106,9 @@ RegionSelectionController::RegionSelectionController(std::optional<QString> hint
 
 RegionSelectionController::~RegionSelectionController() = default;
 
-QList<OverlayPanel *> RegionSelectionController::panels() const
+QList<RegionSelectionView *> RegionSelectionController::panels() const
 {
-    QList<OverlayPanel *> result;
+    QList<RegionSelectionView *> result;
     for (const auto &panel : m_panels)
         result.append(panel.get());
     return result;
@@ -121,17 +120,12 @@ void RegionSelectionController::begin()
     m_desktop.activateApplication();
     const QPoint mouse = QCursor::pos();
 
-    OverlayPanel *keyPanel = nullptr;
+    RegionSelectionView *keyPanel = nullptr;
     for (const DisplayInfo &display : m_displays) {
         const auto snapshot = m_snapshots.find(display.id);
         if (snapshot == m_snapshots.end())
             continue;
-        auto panel = std::make_unique<OverlayPanel>(display, m_desktop);
-        auto *view = new RegionSelectionView(this, m_hint, display, snapshot->second, panel.get());
-        auto *layout = new QVBoxLayout(panel.get());
-        layout->setContentsMargins(0, 0, 0, 0);
-        layout->addWidget(view);
-        panel->setFocusProxy(view);
+        auto panel = std::make_unique<RegionSelectionView>(this, m_hint, display, snapshot->second, m_desktop);
         panel->present(false);
         if (!keyPanel && display.frame.contains(mouse))
             keyPanel = panel.get();
@@ -177,23 +171,13 @@ void RegionSelectionController::finish(std::optional<QRectF> rect, const Display
 // --- RegionSelectionView ---
 
 RegionSelectionView::RegionSelectionView(QPointer<RegionSelectionController> controller, std::optional<QString> hint,
-                                         DisplayInfo display, QImage snapshot, QWidget *parent)
-    : QWidget(parent),
+                                         const DisplayInfo &display, QImage snapshot, Desktop &desktop)
+    : OverlayPanel(display, desktop, std::move(snapshot), dimColor),
       m_controller(std::move(controller)),
       m_hint(std::move(hint)),
-      m_display(std::move(display)),
-      m_snapshot(std::move(snapshot)),
-      // Setting the ratio on a shared image would copy all its pixels; this
-      // read-only image reads them in place. At the display's own ratio
-      // QPainter copies them to the screen 1:1.
-      m_backdrop(m_snapshot.constBits(), m_snapshot.width(), m_snapshot.height(), m_snapshot.bytesPerLine(),
-                 m_snapshot.format()),
-      m_hintFont(overlayFont(font(), 14)),
-      m_labelFont(overlayFont(font(), 12))
+      m_hintFont(overlayFont(QGuiApplication::font(), 14)),
+      m_labelFont(overlayFont(QGuiApplication::font(), 12))
 {
-    m_backdrop.setDevicePixelRatio(m_display.scale);
-    setAttribute(Qt::WA_OpaquePaintEvent);
-    setFocusPolicy(Qt::StrongFocus);
     setCursor(Qt::CrossCursor);
 }
 
@@ -218,15 +202,9 @@ QRectF RegionSelectionView::sizeLabelBox(const QRectF &selection) const
     return SelectionGeometry::sizeLabelRect(selection, labelSize, size());
 }
 
-void RegionSelectionView::paintEvent(QPaintEvent *)
+void RegionSelectionView::paint(QPainter &painter)
 {
-    QPainter painter(this);
-    // A snapshot a pixel short of the view (rounding at fractional scales)
-    // must not leave the rest of the view unpainted.
-    if (!QRectF(QPointF(0, 0), m_backdrop.deviceIndependentSize()).contains(rect()))
-        painter.fillRect(rect(), Qt::black);
-    painter.drawImage(QPointF(0, 0), m_backdrop);
-
+    paintBackdrop(painter);
     const std::optional<QRectF> selected = selection();
     QPainterPath dimmed;  // odd-even: the selection is a hole
     dimmed.addRect(rect());
@@ -264,6 +242,13 @@ void RegionSelectionView::paintEvent(QPaintEvent *)
     painter.drawText(label, Qt::AlignCenter, SelectionGeometry::sizeLabelText(selected->size()));
 }
 
+QRegion RegionSelectionView::decorations() const
+{
+    if (const std::optional<QRectF> selected = selection())
+        return decorationArea(*selected) + QRegion(selected->toAlignedRect());
+    return m_hint ? QRegion(hintCapsule().toAlignedRect().adjusted(-1, -1, 1, 1)) : QRegion();
+}
+
 // The pixels that the border and the size label of this selection cover.
 QRegion RegionSelectionView::decorationArea(const QRectF &selection) const
 {
@@ -280,18 +265,12 @@ QPointF RegionSelectionView::insideBounds(QPointF point) const
     return {std::clamp(point.x(), 0.0, double(width())), std::clamp(point.y(), 0.0, double(height()))};
 }
 
-void RegionSelectionView::makePanelKey()
-{
-    if (auto *panel = qobject_cast<OverlayPanel *>(window()))
-        panel->makeKey();
-}
-
 void RegionSelectionView::mousePressEvent(QMouseEvent *event)
 {
     event->accept();
     if (!m_controller || event->button() != Qt::LeftButton)
         return;
-    makePanelKey();
+    makeKey();
     // The hint goes away; a drag whose mouse-up never arrived goes as a whole.
     QRegion changed = m_dragStart ? QRegion(rect()) : QRegion(hintCapsule().toAlignedRect());
     m_dragStart = m_dragCurrent = insideBounds(event->position());
@@ -323,8 +302,8 @@ void RegionSelectionView::mouseReleaseEvent(QMouseEvent *event)
     if (!m_controller || event->button() != Qt::LeftButton || !m_dragStart)
         return;
     m_dragCurrent = insideBounds(event->position());
-    const QRectF global = selection()->translated(m_display.frame.topLeft());
-    m_controller->finish(global, &m_display);
+    const QRectF global = selection()->translated(display().frame.topLeft());
+    m_controller->finish(global, &display());
 }
 
 void RegionSelectionView::keyPressEvent(QKeyEvent *event)
@@ -335,11 +314,11 @@ void RegionSelectionView::keyPressEvent(QKeyEvent *event)
         m_controller->finish(std::nullopt, nullptr);
 }
 
-void RegionSelectionView::enterEvent(QEnterEvent *event)
+bool RegionSelectionView::event(QEvent *event)
 {
-    QWidget::enterEvent(event);
-    if (m_controller)
-        makePanelKey();
+    if (event->type() == QEvent::Enter && m_controller)
+        makeKey();
+    return OverlayPanel::event(event);
 }
 
 } // namespace pixmora

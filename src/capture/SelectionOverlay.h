@@ -1,6 +1,7 @@
 #pragma once
 
 #include "capture/DisplaySnapshots.h"
+#include "capture/OverlayPanel.h"
 #include "platform/Displays.h"
 
 #include <QFont>
@@ -11,7 +12,6 @@
 #include <QRectF>
 #include <QRegion>
 #include <QString>
-#include <QWidget>
 
 #include <functional>
 #include <memory>
@@ -21,7 +21,7 @@
 namespace pixmora {
 
 class Desktop;
-class OverlayPanel;
+class RegionSelectionView;
 
 // A rectangle chosen on the area overlay, in global logical points, with the
 // display it was drawn on.
@@ -69,10 +69,10 @@ public:
     void finish(std::optional<QRectF> rect, const DisplayInfo *display);
 
     bool isFinished() const { return m_finished; }
-    QList<OverlayPanel *> panels() const;
+    QList<RegionSelectionView *> panels() const;
 
 private:
-    std::vector<std::unique_ptr<OverlayPanel>> m_panels;
+    std::vector<std::unique_ptr<RegionSelectionView>> m_panels;
     Completion m_completion;
     const std::optional<QString> m_hint;
     const DisplaySnapshots m_snapshots;
@@ -82,41 +82,38 @@ private:
     quint64 m_previousWindow = 0;
 };
 
-// One display's face of the overlay: its frozen image, dimmed outside the
+// One display's panel of the overlay: its frozen image, dimmed outside the
 // selection, the hint until the drag starts, then the selection's border and
 // size label.
-class RegionSelectionView : public QWidget {
+class RegionSelectionView : public OverlayPanel {
     Q_OBJECT
 
 public:
     RegionSelectionView(QPointer<RegionSelectionController> controller, std::optional<QString> hint,
-                        DisplayInfo display, QImage snapshot, QWidget *parent = nullptr);
+                        const DisplayInfo &display, QImage snapshot, Desktop &desktop);
 
-    const DisplayInfo &display() const { return m_display; }
     // In view coordinates; absent until the mouse goes down.
     std::optional<QRectF> selection() const;
     // Where the hint's capsule is drawn; empty without a hint.
     QRectF hintCapsule() const;
 
+    void paint(QPainter &painter) override;
+
 protected:
-    void paintEvent(QPaintEvent *event) override;
+    QRegion decorations() const override;
+    bool event(QEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
-    void enterEvent(QEnterEvent *event) override;
 
 private:
     QPointF insideBounds(QPointF point) const;
     QRectF sizeLabelBox(const QRectF &selection) const;
     QRegion decorationArea(const QRectF &selection) const;
-    void makePanelKey();
 
     QPointer<RegionSelectionController> m_controller;
     std::optional<QString> m_hint;
-    DisplayInfo m_display;
-    QImage m_snapshot;  // owns the pixels that m_backdrop reads
-    QImage m_backdrop;
     QFont m_hintFont, m_labelFont;
     std::optional<QPointF> m_dragStart;
     QPointF m_dragCurrent;

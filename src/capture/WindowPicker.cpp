@@ -1,15 +1,14 @@
 #include "capture/WindowPicker.h"
 
-#include "capture/OverlayPanel.h"
 #include "platform/Desktop.h"
 
-#include <QCoreApplication>
 #include <QCursor>
 #include <QFontMetricsF>
+#include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QVBoxLayout>
+#include <QPalette>
 
 #include <algorithm>
 
@@ -61,21 +60,14 @@ WindowList candidatesAmong(WindowList windows)
 
 } // namespace
 
-WindowPickerView::WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel,
+WindowPickerView::WindowPickerView(WindowPickerController &picker, Desktop &desktop, const DisplayInfo &display,
                                    QImage backdrop)
-    : QWidget(&panel), m_picker(&picker), m_desktop(desktop), m_panel(panel), m_backdrop(std::move(backdrop))
+    : OverlayPanel(display, desktop, std::move(backdrop), dimColor), m_picker(&picker), m_desktop(desktop)
 {
-    m_backdrop.setDevicePixelRatio(panel.display().scale);  // drawn 1:1 in device pixels
-    // The description's 13 points are screen points, the size of ordinary UI text.
+    // 13 points are screen points, the size of ordinary UI text.
     m_labelFont.setPixelSize(13);
     m_labelFont.setWeight(QFont::DemiBold);
-    setMouseTracking(true);
     setCursor(Qt::PointingHandCursor);
-    auto *layout = new QVBoxLayout(&panel);
-    layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(this);
-    setFocusPolicy(Qt::StrongFocus);
-    panel.setFocusProxy(this);  // the key panel's keyboard lands here
 }
 
 QString WindowPickerView::labelText(const WindowInfo &window)
@@ -98,7 +90,7 @@ WindowPickerView::LabelGeometry WindowPickerView::labelGeometry(QSizeF textSize,
 
 WindowPickerView::Outline WindowPickerView::outlineFor(const WindowInfo &window) const
 {
-    const QRectF frame = QRectF(window.frame).translated(-QPointF(m_panel.display().frame.topLeft()));
+    const QRectF frame = QRectF(window.frame).translated(-QPointF(display().frame.topLeft()));
     const QFontMetricsF metrics(m_labelFont);
     const QString text = labelText(window);
     const QSizeF textSize(metrics.horizontalAdvance(text), metrics.height());
@@ -133,9 +125,11 @@ void WindowPickerView::keyPressEvent(QKeyEvent *event)
         m_picker->finish(std::nullopt);
 }
 
-void WindowPickerView::enterEvent(QEnterEvent *)
+bool WindowPickerView::event(QEvent *event)
 {
-    m_panel.makeKey();
+    if (event->type() == QEvent::Enter)
+        makeKey();
+    return OverlayPanel::event(event);
 }
 
 void WindowPickerView::mouseMoveEvent(QMouseEvent *)
@@ -160,19 +154,20 @@ void WindowPickerView::mousePressEvent(QMouseEvent *event)
         m_picker->finish(std::move(window));
 }
 
-void WindowPickerView::paintEvent(QPaintEvent *)
+QRegion WindowPickerView::decorations() const
 {
-    QPainter painter(this);
-    if (m_backdrop.isNull())
-        painter.fillRect(rect(), Qt::black);
-    else
-        painter.drawImage(QPointF(0, 0), m_backdrop);
+    return areaOf(m_outline);
+}
+
+void WindowPickerView::paint(QPainter &painter)
+{
+    paintBackdrop(painter);
     painter.fillRect(rect(), dimColor);
     if (!m_picker || !m_outline || !m_outline->frame.intersects(rect()))
         return;
 
     painter.setRenderHint(QPainter::Antialiasing);
-    const QColor accent = palette().color(QPalette::Highlight);
+    const QColor accent = QGuiApplication::palette().color(QPalette::Highlight);
     QColor accentFill = accent;
     accentFill.setAlphaF(0.3);
     painter.setPen(QPen(accent, outlineWidth));
@@ -200,16 +195,8 @@ WindowPickerController::WindowPickerController(WindowList windows, DisplayList d
 
 WindowPickerController::~WindowPickerController()
 {
-    for (const Cover &cover : m_covers)
-        delete cover.panel;
-}
-
-std::vector<OverlayPanel *> WindowPickerController::panels() const
-{
-    std::vector<OverlayPanel *> panels;
-    for (const Cover &cover : m_covers)
-        panels.push_back(cover.panel);
-    return panels;
+    for (WindowPickerView *panel : m_panels)
+        delete panel;
 }
 
 void WindowPickerController::begin()
@@ -220,17 +207,16 @@ void WindowPickerController::begin()
     const QPoint mouse = m_cursorPosition();
     bool keyChosen = false;
     for (const DisplayInfo &display : m_displays) {
-        auto *panel = new OverlayPanel(display, m_desktop);
         const auto backdrop = m_backdrops.find(display.id);
-        auto *view = new WindowPickerView(*this, m_desktop, *panel,
-                                          backdrop != m_backdrops.end() ? backdrop->second : QImage());
+        auto *panel = new WindowPickerView(*this, m_desktop, display,
+                                           backdrop != m_backdrops.end() ? backdrop->second : QImage());
         const bool key = !keyChosen && display.frame.contains(mouse);
         keyChosen = keyChosen || key;
         panel->present(key);
-        m_covers.push_back({panel, view});
+        m_panels.push_back(panel);
     }
-    if (!keyChosen && !m_covers.empty())
-        m_covers.front().panel->makeKey();
+    if (!keyChosen && !m_panels.empty())
+        m_panels.front()->makeKey();
 
     updateHighlight();
 }
@@ -247,9 +233,9 @@ std::optional<WindowInfo> WindowPickerController::windowUnder(QPointF globalPoin
 void WindowPickerController::updateHighlight()
 {
     const std::optional<WindowInfo> found = windowUnder(m_cursorPosition());
-    for (const Cover &cover : m_covers)
-        if (!sameWindow(cover.view->highlighted(), found))
-            cover.view->setHighlighted(found);
+    for (WindowPickerView *panel : m_panels)
+        if (!sameWindow(panel->highlighted(), found))
+            panel->setHighlighted(found);
 }
 
 void WindowPickerController::finish(std::optional<WindowInfo> window)
@@ -259,11 +245,11 @@ void WindowPickerController::finish(std::optional<WindowInfo> window)
     m_finished = true;
 
     // Deleted later: finish usually runs inside one of the views' own event handlers.
-    for (const Cover &cover : m_covers) {
-        cover.panel->hide();
-        cover.panel->deleteLater();
+    for (WindowPickerView *panel : m_panels) {
+        panel->hide();
+        panel->deleteLater();
     }
-    m_covers.clear();
+    m_panels.clear();
 
     if (m_previousWindow != 0) {
         m_desktop.activateWindow(m_previousWindow);

@@ -1,12 +1,12 @@
 #pragma once
 
 #include "capture/DisplaySnapshots.h"
+#include "capture/OverlayPanel.h"
 #include "platform/Displays.h"
 
 #include <QFont>
 #include <QObject>
 #include <QPointer>
-#include <QWidget>
 
 #include <functional>
 #include <optional>
@@ -15,18 +15,17 @@
 namespace pixmora {
 
 class Desktop;
-class OverlayPanel;
 class WindowPickerController;
 
-// Fills one picker panel: shows the desktop lightly dimmed and outlines the
-// highlighted window with a label naming it. Clicks pick the window under the
-// pointer; Escape cancels.
-class WindowPickerView : public QWidget {
+// One display's picker panel: shows the desktop lightly dimmed and outlines
+// the highlighted window with a label naming it. Clicks pick the window under
+// the pointer; Escape cancels.
+class WindowPickerView : public OverlayPanel {
     Q_OBJECT
 
 public:
     // backdrop: the display as it looked when the picker opened (device pixels).
-    WindowPickerView(WindowPickerController &picker, Desktop &desktop, OverlayPanel &panel, QImage backdrop);
+    WindowPickerView(WindowPickerController &picker, Desktop &desktop, const DisplayInfo &display, QImage backdrop);
 
     const std::optional<WindowInfo> &highlighted() const { return m_highlighted; }
     // Redraws where the old and the new outline are, nothing else.
@@ -42,12 +41,14 @@ public:
     // Centred on the outline; the text is at most the outline's width less 24 points.
     static LabelGeometry labelGeometry(QSizeF textSize, const QRectF &outline);
 
+    void paint(QPainter &painter) override;
+
 protected:
-    void enterEvent(QEnterEvent *event) override;
+    QRegion decorations() const override;
+    bool event(QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
-    void paintEvent(QPaintEvent *event) override;
 
 private:
     // The highlighted window as drawn, in view coordinates.
@@ -62,8 +63,6 @@ private:
 
     const QPointer<WindowPickerController> m_picker;
     Desktop &m_desktop;
-    OverlayPanel &m_panel;
-    QImage m_backdrop;
     QFont m_labelFont;
     std::optional<WindowInfo> m_highlighted;
     std::optional<Outline> m_outline;
@@ -89,7 +88,7 @@ public:
 
     // The windows that can be picked, in the given order.
     const WindowList &candidates() const { return m_candidates; }
-    std::vector<OverlayPanel *> panels() const;
+    const std::vector<WindowPickerView *> &panels() const { return m_panels; }
 
     void begin();
     // The first candidate whose frame contains the point.
@@ -100,12 +99,7 @@ public:
     void finish(std::optional<WindowInfo> window);
 
 private:
-    struct Cover {
-        OverlayPanel *panel;
-        WindowPickerView *view;
-    };
-
-    std::vector<Cover> m_covers;
+    std::vector<WindowPickerView *> m_panels;
     Completion m_completion;
     bool m_finished = false;
     const WindowList m_candidates;

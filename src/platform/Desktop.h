@@ -1,9 +1,12 @@
 #pragma once
 
+#include <QColor>
+#include <QImage>
 #include <QString>
 #include <QtGlobal>
 
 class QWidget;
+class QWindow;
 
 namespace pixmora {
 
@@ -25,10 +28,18 @@ public:
     // Brings our application to the front, ignoring other applications.
     virtual void activateApplication() = 0;
 
-    // Window kinds beyond what Qt's flags express: a screen-covering overlay
-    // above docks and full-screen windows, or a floating panel, both on every
-    // workspace. Called after the widget's native window exists.
-    virtual void makeOverlay(QWidget *widget) = 0;
+    // Window kinds beyond what Qt's flags express, both on every workspace.
+    // Called after the native window exists, before it is shown.
+    //
+    // A screen-covering overlay above docks and full-screen windows.
+    virtual void makeOverlay(QWindow *window) = 0;
+    // Key presses go to this shown overlay until it hides or another one
+    // gets them.
+    virtual void giveKeyboardTo(QWindow *overlay) = 0;
+    // Fills a shown overlay with `backdrop` (device pixels, the window's
+    // size) under `dim`, without our process painting a screen-sized buffer;
+    // false where the window system cannot, and the overlay paints it.
+    virtual bool drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, QColor dim) = 0;
     virtual void makeFloatingPanel(QWidget *widget) = 0;
 };
 

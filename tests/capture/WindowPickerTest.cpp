@@ -1,11 +1,12 @@
-#include "capture/OverlayPanel.h"
+#include "OverlayPanelImages.h"
 #include "capture/WindowPicker.h"
 #include "platform/fake/FakePlatform.h"
 
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QImage>
 #include <QMouseEvent>
-#include <QPaintEvent>
+#include <QPalette>
 #include <QPointer>
 #include <QTest>
 
@@ -39,32 +40,7 @@ std::optional<quint64> idOf(const std::optional<WindowInfo> &w)
     return w ? std::optional(w->id) : std::nullopt;
 }
 
-// Counts the paints a view receives and where they went.
-struct PaintRecorder : QObject {
-    explicit PaintRecorder(QWidget *view) { view->installEventFilter(this); }
-    bool eventFilter(QObject *, QEvent *event) override
-    {
-        if (event->type() == QEvent::Paint)
-            painted.push_back(static_cast<QPaintEvent *>(event)->region());
-        return false;
-    }
-    std::vector<QRegion> painted;
-};
-
-// Runs queued window-system events and the repaints they cause.
-void settle()
-{
-    QCoreApplication::processEvents();
-    QCoreApplication::sendPostedEvents();
-}
-
-QImage rendered(QWidget *view)
-{
-    QImage image(view->size(), QImage::Format_ARGB32_Premultiplied);
-    image.fill(Qt::transparent);
-    view->render(&image, QPoint(), QRegion(), QWidget::DrawChildren);
-    return image;
-}
+using pixmora::test::rendered;
 
 bool isBright(QRgb pixel) { return qRed(pixel) > 150 && qGreen(pixel) > 150 && qBlue(pixel) > 150; }
 
@@ -90,7 +66,7 @@ protected:
         picker->begin();
     }
 
-    WindowPickerView *view(size_t index) { return picker->panels().at(index)->findChild<WindowPickerView *>(); }
+    WindowPickerView *view(size_t index) { return picker->panels().at(index); }
 
     // Every event lands at the view's corner: the picker must go by the pointer's global position.
     void send(QEvent::Type type, Qt::MouseButton button = Qt::NoButton)
@@ -190,12 +166,12 @@ TEST_F(WindowPickerTest, OpensAPanelOnEveryDisplayAndGivesTheKeyboardToTheOneUnd
     EXPECT_EQ(panels[1]->geometry(), QRect(800, -200, 640, 480));
     EXPECT_TRUE(panels[0]->isVisible() && panels[1]->isVisible());
     EXPECT_EQ(desktop.overlays.size(), 2);
-    EXPECT_EQ(QWidget::keyboardGrabber(), view(1));
+    EXPECT_EQ(desktop.keyboardOverlay, view(1));
     EXPECT_EQ(view(1)->cursor().shape(), Qt::PointingHandCursor);
 
     cursor = {-50, -50};  // on no display: the first panel takes the keyboard
     open({}, displays);
-    EXPECT_EQ(QWidget::keyboardGrabber(), view(0));
+    EXPECT_EQ(desktop.keyboardOverlay, view(0));
 }
 
 TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerOnlyOnTheDisplayItLiesOn)
@@ -208,8 +184,8 @@ TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerOnlyOnTheDisplayItLiesO
     ASSERT_EQ(idOf(view(1)->highlighted()), 7u);
     const QRgb dimmedWhite = qRgb(217, 217, 217);  // the frozen desktop under black at 0.15
 
-    const QColor accent = view(1)->palette().color(QPalette::Highlight);
-    const QImage second = rendered(view(1));
+    const QColor accent = QGuiApplication::palette().color(QPalette::Highlight);
+    const QImage second = rendered(*view(1));
     const QRgb stroke = second.pixel(100, 200);  // the window's left edge, in the second panel
     EXPECT_EQ(qAlpha(stroke), 255);
     EXPECT_NEAR(qRed(stroke), accent.red(), 2);
@@ -220,7 +196,7 @@ TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerOnlyOnTheDisplayItLiesO
     EXPECT_NEAR(qRed(inside), int(0.3 * accent.red() + 0.7 * 217), 3);
     EXPECT_NEAR(qRed(second.pixel(50, 50)), qRed(dimmedWhite), 1);
 
-    const QImage first = rendered(view(0));
+    const QImage first = rendered(*view(0));
     EXPECT_NEAR(qRed(first.pixel(100, 200)), qRed(dimmedWhite), 1);
     EXPECT_NEAR(qRed(first.pixel(799, 200)), qRed(dimmedWhite), 1);
 }
@@ -231,7 +207,7 @@ TEST_F(WindowPickerTest, DrawsALabelTooLongForItsWindowNoWiderThanTheWindowLess2
     cursor = {150, 150};
     open({window(1, frame, "Editor", QString(60, QChar('W')))});
 
-    const QImage image = rendered(view(0));
+    const QImage image = rendered(*view(0));
     int brightInside = 0, brightOutside = 0;
     for (int y = frame.top() + 10; y < frame.bottom() - 10; ++y)
         for (int x = frame.left() + 4; x < frame.right() - 4; ++x) {
@@ -271,9 +247,9 @@ TEST_F(WindowPickerTest, EscapeCancelsSilentlyAndOtherKeysDoNothing)
 {
     cursor = {100, 100};
     open({window(1, {0, 0, 400, 400})});
-    OverlayPanel *panel = picker->panels()[0];
-    QWidget *keys = QWidget::keyboardGrabber();
-    ASSERT_EQ(keys, view(0));
+    WindowPickerView *panel = view(0);
+    QWindow *keys = desktop.keyboardOverlay;
+    ASSERT_EQ(keys, panel);
 
     QTest::keyClick(keys, Qt::Key_A);
     QTest::keyClick(keys, Qt::Key_Return);
@@ -289,8 +265,8 @@ TEST_F(WindowPickerTest, ClosesOnceWithPanelsGoneAndThePreviousWindowActiveBefor
 {
     desktop.active = 77;
     open({}, {display(1, {0, 0, 800, 600}), display(2, {800, 0, 800, 600})});
-    std::vector<QPointer<OverlayPanel>> panels;
-    for (OverlayPanel *panel : picker->panels())
+    std::vector<QPointer<WindowPickerView>> panels;
+    for (WindowPickerView *panel : picker->panels())
         panels.emplace_back(panel);
 
     duringCompletion = [&] {
@@ -327,28 +303,23 @@ TEST_F(WindowPickerTest, RedrawsOnlyWhenTheHighlightedWindowChangesAndOnlyWhereI
     cursor = {150, 150};
     open({window(1, first), window(2, second)});
     WindowPickerView *target = view(0);
-    ASSERT_TRUE(QTest::qWaitForWindowExposed(target->window()));
-    settle();
-    PaintRecorder recorder(target);
-    auto moveAndPaint = [&](QPoint global) {
+    pixmora::test::RepaintRecorder repaints(*target);
+    repaints.take();
+    auto moveAndRepaint = [&](QPoint global) {
         cursor = global;
         send(QEvent::MouseMove);
-        settle();
+        return repaints.take();
     };
 
-    moveAndPaint({250, 200});
-    EXPECT_TRUE(recorder.painted.empty());
+    EXPECT_TRUE(moveAndRepaint({250, 200}).isEmpty());
 
-    moveAndPaint({600, 400});
-    ASSERT_EQ(recorder.painted.size(), 1u);
-    EXPECT_TRUE(recorder.painted[0].contains(first.adjusted(-2, -2, 2, 2)));
-    EXPECT_TRUE(recorder.painted[0].contains(second.adjusted(-2, -2, 2, 2)));
-    EXPECT_FALSE(recorder.painted[0].contains(QPoint(20, 580)));
+    const QRegion moved = moveAndRepaint({600, 400});
+    EXPECT_TRUE(moved.contains(first.adjusted(-2, -2, 2, 2)));
+    EXPECT_TRUE(moved.contains(second.adjusted(-2, -2, 2, 2)));
+    EXPECT_FALSE(moved.contains(QPoint(20, 580)));
 
-    moveAndPaint({790, 590});  // off every window
-    EXPECT_EQ(recorder.painted.size(), 2u);
+    EXPECT_FALSE(moveAndRepaint({790, 590}).isEmpty());  // off every window
     EXPECT_EQ(target->highlighted(), std::nullopt);
 
-    moveAndPaint({20, 20});
-    EXPECT_EQ(recorder.painted.size(), 2u);
+    EXPECT_TRUE(moveAndRepaint({20, 20}).isEmpty());
 }

@@ -78,7 +78,11 @@ public:
     int beeps = 0, activations = 0;
     quint64 active = 0;
     QList<quint64> activatedWindows;
-    QList<QWidget *> overlays, floatingPanels;
+    QList<QWindow *> overlays;
+    QWindow *keyboardOverlay = nullptr;
+    QList<QWidget *> floatingPanels;
+    bool drawsOverlayBackdrops = false;  // what drawOverlayBackdrop answers
+    int backdropsDrawn = 0;
 
     void openFile(const QString &path) override { openedFiles << path; }
     void revealInFileManager(const QString &path) override { revealedPaths << path; }
@@ -86,7 +90,13 @@ public:
     quint64 activeWindow() override { return active; }
     void activateWindow(quint64 window) override { activatedWindows << window; }
     void activateApplication() override { ++activations; }
-    void makeOverlay(QWidget *widget) override { overlays << widget; }
+    void makeOverlay(QWindow *window) override { overlays << window; }
+    void giveKeyboardTo(QWindow *overlay) override { keyboardOverlay = overlay; }
+    bool drawOverlayBackdrop(QWindow *, const QImage &, QColor) override
+    {
+        backdropsDrawn += drawsOverlayBackdrops ? 1 : 0;
+        return drawsOverlayBackdrops;
+    }
     void makeFloatingPanel(QWidget *widget) override { floatingPanels << widget; }
 };
 

@@ -1,9 +1,9 @@
 #include "platform/x11/X11Connection.h"
 
 #include "platform/Error.h"
+#include "platform/x11/X11ImageTransfer.h"
 
 #include <QGuiApplication>
-
 
 namespace pixmora {
 
@@ -46,10 +46,12 @@ X11Connection::X11Connection()
     xcb_intern_atom_cookie_t *cookies = xcb_ewmh_init_atoms(m_connection, &m_ewmh);
     if (!xcb_ewmh_init_atoms_replies(&m_ewmh, cookies, nullptr))
         throw Error(QStringLiteral("The X display did not answer."));
+    m_images = std::make_unique<X11ImageTransfer>(*this);
 }
 
 X11Connection::~X11Connection()
 {
+    m_images.reset();
     xcb_ewmh_connection_wipe(&m_ewmh);
 }
 

@@ -8,6 +8,8 @@
 
 namespace pixmora {
 
+class X11ImageTransfer;
+
 // xcb replies are malloc'ed; this frees them.
 struct XcbFree {
     void operator()(void *p) const { std::free(p); }
@@ -30,6 +32,8 @@ public:
     xcb_window_t root() const { return m_screen->root; }
     int screenNumber() const { return m_screenNumber; }
     xcb_ewmh_connection_t *ewmh() { return &m_ewmh; }
+    // Pixels to and from the server; its shared memory belongs to this connection.
+    X11ImageTransfer &images() { return *m_images; }
 
     // False once the server went away (or never answered).
     bool isAlive() const;
@@ -39,6 +43,7 @@ private:
     xcb_screen_t *m_screen = nullptr;
     int m_screenNumber = 0;
     xcb_ewmh_connection_t m_ewmh{};
+    std::unique_ptr<X11ImageTransfer> m_images;  // last: it goes while the connection still works
 };
 
 } // namespace pixmora

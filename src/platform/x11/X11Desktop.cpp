@@ -1,6 +1,7 @@
 #include "platform/x11/X11Desktop.h"
 
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11ImageTransfer.h"
 
 #include <QApplication>
 #include <QDBusConnection>
@@ -72,7 +73,8 @@ void requestStates(X11Connection &x11, QWidget *widget, const std::vector<xcb_at
 } // namespace
 
 // Overlays bypass the window manager, so nothing gives them the keyboard:
-// while one is on screen, the keyboard is grabbed for the newest of them.
+// while one is on screen, the keyboard is grabbed for the one given it last,
+// else for the newest.
 class OverlayKeyboardGrab : public QObject {
 public:
     explicit OverlayKeyboardGrab(X11Connection &x11)
@@ -91,7 +93,7 @@ public:
         }
     }
 
-    void watch(QWidget *overlay)
+    void watch(QWindow *overlay)
     {
         overlay->installEventFilter(this);
         connect(overlay, &QObject::destroyed, this, [this] { hide(nullptr); });
@@ -99,35 +101,51 @@ public:
             show(overlay);
     }
 
-protected:
-    bool eventFilter(QObject *watched, QEvent *event) override
+    // At once: key presses that follow the overlay's appearance must not
+    // reach the window below.
+    void giveTo(QWindow *overlay)
     {
-        auto *widget = static_cast<QWidget *>(watched);
-        if (event->type() == QEvent::Show)
-            show(widget);
-        else if (event->type() == QEvent::Hide)
-            hide(widget);
-        return false;
-    }
-
-private:
-    void show(QWidget *overlay)
-    {
-        hide(overlay);
+        if (!overlay->isVisible() || (m_grabbed && m_shown.back() == overlay))
+            return;
+        forget(overlay);
         m_shown.push_back(overlay);
         m_attempts = 0;
         update();
     }
 
-    // nullptr: forget overlays that were deleted.
-    void hide(QWidget *overlay)
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override
     {
-        const auto before = m_shown.size();
-        std::erase_if(m_shown, [overlay](const QPointer<QWidget> &w) { return !w || w == overlay; });
-        if (m_shown.size() != before) {
+        auto *window = static_cast<QWindow *>(watched);
+        if (event->type() == QEvent::Show)
+            show(window);
+        else if (event->type() == QEvent::Hide)
+            hide(window);
+        return false;
+    }
+
+private:
+    // Qt announces a window before mapping it; the grab waits for the map.
+    void show(QWindow *overlay)
+    {
+        forget(overlay);
+        m_shown.push_back(overlay);
+        m_attempts = 0;
+        m_retry.start(0);
+    }
+
+    // nullptr: forget overlays that were deleted.
+    void hide(QWindow *overlay)
+    {
+        if (forget(overlay)) {
             m_attempts = 0;
             update();
         }
+    }
+
+    bool forget(QWindow *overlay)
+    {
+        return std::erase_if(m_shown, [overlay](const QPointer<QWindow> &w) { return !w || w == overlay; }) > 0;
     }
 
     // The grab fails until the server has mapped the window, or while
@@ -142,11 +160,11 @@ private:
             xcb_flush(c);
             return;
         }
-        QWidget *overlay = m_shown.back();
-        overlay->activateWindow();
+        QWindow *overlay = m_shown.back();
+        overlay->requestActivate();
         XcbReply<xcb_grab_keyboard_reply_t> reply(xcb_grab_keyboard_reply(
             c,
-            xcb_grab_keyboard(c, 0, windowOf(overlay), XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC,
+            xcb_grab_keyboard(c, 0, static_cast<xcb_window_t>(overlay->winId()), XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC,
                               XCB_GRAB_MODE_ASYNC),
             nullptr));
         m_grabbed = reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
@@ -155,7 +173,7 @@ private:
     }
 
     X11Connection &m_x11;
-    std::vector<QPointer<QWidget>> m_shown;
+    std::vector<QPointer<QWindow>> m_shown;
     bool m_grabbed = false;
     int m_attempts = 0;
     QTimer m_retry;
@@ -243,11 +261,35 @@ void X11Desktop::activateApplication()
 // would sink below panels and other full-screen windows. Unmanaged windows
 // stay where they are mapped (on top), on every workspace, at the exact
 // geometry given; the price is taking the keyboard ourselves.
-void X11Desktop::makeOverlay(QWidget *widget)
+void X11Desktop::makeOverlay(QWindow *window)
 {
-    addWindowFlags(widget, Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
-                               | Qt::X11BypassWindowManagerHint);
-    m_keyboardGrab->watch(widget);
+    window->setFlags(window->flags() | Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
+                     | Qt::X11BypassWindowManagerHint);
+    m_keyboardGrab->watch(window);
+}
+
+void X11Desktop::giveKeyboardTo(QWindow *overlay)
+{
+    m_keyboardGrab->giveTo(overlay);
+}
+
+// Straight into the window, dimmed on the way through the shared segment:
+// a pixmap or a backing store of the screen's size would be fresh memory,
+// and touching that costs more than everything else the overlay does.
+// Qt leaves the window's background empty, so mapping it changes nothing
+// on screen until this draws.
+bool X11Desktop::drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, QColor dim)
+{
+    if (backdrop.isNull() || !m_x11.isAlive())
+        return false;
+    xcb_connection_t *c = m_x11.connection();
+    const auto window = static_cast<xcb_window_t>(overlay->winId());
+    XcbReply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
+    if (!geometry || QSize(geometry->width, geometry->height) != backdrop.size())
+        return false;
+    const QImage pixels = backdrop.format() == QImage::Format_RGB32 ? backdrop
+                                                                    : backdrop.convertToFormat(QImage::Format_RGB32);
+    return m_x11.images().write(pixels, window, geometry->depth, qPremultiply(dim.rgba()));
 }
 
 void X11Desktop::makeFloatingPanel(QWidget *widget)

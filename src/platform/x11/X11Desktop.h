@@ -22,9 +22,11 @@ public:
     quint64 activeWindow() override;
     void activateWindow(quint64 window) override;
     void activateApplication() override;
-    // Both change window flags, which Qt applies when the widget is shown:
+    // Both change window flags, which Qt applies when the window is shown:
     // call them before show() (a visible widget is shown again).
-    void makeOverlay(QWidget *widget) override;
+    void makeOverlay(QWindow *window) override;
+    void giveKeyboardTo(QWindow *overlay) override;
+    bool drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, QColor dim) override;
     void makeFloatingPanel(QWidget *widget) override;
 
 private:

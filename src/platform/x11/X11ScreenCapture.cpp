@@ -1,4 +1,5 @@
 #include "platform/x11/X11ScreenCapture.h"
+#include "platform/x11/X11ImageTransfer.h"
 
 #include "platform/Error.h"
 #include "platform/x11/ScreenLayout.h"
@@ -24,7 +25,7 @@ const ScreenPlacement &placementOf(const ScreenLayout &layout, const DisplayInfo
 } // namespace
 
 X11ScreenCapture::X11ScreenCapture(X11Connection &x11)
-    : m_x11(x11), m_reader(x11)
+    : m_x11(x11)
 {
 }
 
@@ -53,7 +54,7 @@ QRect X11ScreenCapture::rootBounds() const
 QImage X11ScreenCapture::captureDisplay(const DisplayInfo &display)
 {
     const ScreenLayout layout = ScreenLayout::current(m_x11);
-    return m_reader.read(m_x11.root(), placementOf(layout, display).native, rootBounds());
+    return m_x11.images().read(m_x11.root(), placementOf(layout, display).native, rootBounds());
 }
 
 // Our own windows are NOT left out here: without a compositor, X keeps no
@@ -66,7 +67,7 @@ QImage X11ScreenCapture::captureRegion(const DisplayInfo &display, const QRectF 
     const ScreenPlacement &screen = placementOf(layout, display);
     const QSize size(devicePixels(rect.width(), screen.scale), devicePixels(rect.height(), screen.scale));
     // What lies off this display stays black: a neighbouring monitor never leaks in.
-    return m_reader.read(m_x11.root(), QRect(screen.toNative(rect.topLeft()), size),
+    return m_x11.images().read(m_x11.root(), QRect(screen.toNative(rect.topLeft()), size),
                          screen.native.intersected(rootBounds()));
 }
 
@@ -102,7 +103,7 @@ QImage X11ScreenCapture::captureWindow(const WindowInfo &window, double scale)
             xcb_request_check(c, xcb_composite_name_window_pixmap_checked(c, frame.window, pixmap)));
         if (!error) {
             try {
-                image = m_reader.read(pixmap, QRect(QPoint(0, 0), frame.native.size()),
+                image = m_x11.images().read(pixmap, QRect(QPoint(0, 0), frame.native.size()),
                                       QRect(QPoint(0, 0), frame.native.size()));
             } catch (const Error &) {
                 // unredirected after all (full-screen windows often are): read the screen
@@ -111,7 +112,7 @@ QImage X11ScreenCapture::captureWindow(const WindowInfo &window, double scale)
         }
     }
     if (image.isNull())
-        image = m_reader.read(m_x11.root(), frame.native, rootBounds());
+        image = m_x11.images().read(m_x11.root(), frame.native, rootBounds());
 
     if (image.size() == size)
         return image;

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "platform/ScreenCapture.h"
-#include "platform/x11/X11ImageReader.h"
 
 namespace pixmora {
 
@@ -20,14 +19,11 @@ public:
     QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
     QImage captureWindow(const WindowInfo &window, double scale) override;
 
-    bool usesSharedMemory() const { return m_reader.usesSharedMemory(); }
-
 private:
     QRect rootBounds() const;
     bool compositorRunning();
 
     X11Connection &m_x11;
-    X11ImageReader m_reader;
 };
 
 } // namespace pixmora

@@ -1,7 +1,10 @@
 #include "PixmoraSession.h"
 
+#include <QPainter>
 #include <QRegularExpression>
 #include <QThread>
+
+#include <functional>
 
 #include <gtest/gtest.h>
 
@@ -23,8 +26,9 @@ protected:
         ASSERT_TRUE(session.pixmora({QStringLiteral("save-to"), folder}).ok());
     }
 
-    // xdotool speaks the root window's device pixels.
-    void drag(QPoint from, QPoint to)
+    // xdotool speaks the root window's device pixels. `beforeRelease` runs
+    // with the mouse still down at `to`.
+    void drag(QPoint from, QPoint to, const std::function<void()> &beforeRelease = {})
     {
         const auto run = [this](const QStringList &arguments) { return session.desktop().run(QStringLiteral("xdotool"), arguments); };
         run({QStringLiteral("mousemove"), QString::number(from.x()), QString::number(from.y())});
@@ -32,6 +36,8 @@ protected:
         const QPoint middle = (from + to) / 2;
         run({QStringLiteral("mousemove"), QString::number(middle.x()), QString::number(middle.y())});
         run({QStringLiteral("mousemove"), QString::number(to.x()), QString::number(to.y())});
+        if (beforeRelease)
+            beforeRelease();
         run({QStringLiteral("mouseup"), QStringLiteral("1")});
     }
 
@@ -49,7 +55,16 @@ TEST_F(AreaAndWindowCaptureTest, AreaSelectionsOnEitherMonitorDeliverTheFrozenPi
     // LEFT, scale 2: pixels (200, 200)-(600, 500) are points (100, 100)-(300, 250).
     ASSERT_TRUE(session.key(QStringLiteral("ctrl+shift+1")).ok());
     QThread::msleep(700);
-    drag({600, 500}, {200, 200});  // upwards and leftwards: the same rectangle
+    // Upwards and leftwards: the same rectangle. Mid-drag the screen shows the
+    // frozen desktop dimmed, as QPainter dims it, with the selection clear.
+    drag({600, 500}, {200, 200}, [&] {
+        QThread::msleep(300);
+        const QImage shown = session.screen();
+        QImage dimmed = before.copy(1000, 1000, 2000, 800);
+        QPainter(&dimmed).fillRect(dimmed.rect(), QColor::fromRgbF(0, 0, 0, 0.25));
+        EXPECT_TRUE(samePixels(shown.copy(1000, 1000, 2000, 800), dimmed));
+        EXPECT_TRUE(samePixels(shown.copy(210, 210, 380, 280), before.copy(210, 210, 380, 280)));
+    });
     ASSERT_TRUE(PixmoraSession::waitForFiles(folder, 1));
     const QImage left = newest(folder);
     EXPECT_EQ(left.size(), QSize(400, 300));

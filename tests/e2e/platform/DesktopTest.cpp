@@ -2,10 +2,13 @@
 
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Desktop.h"
+#include "platform/x11/X11ImageTransfer.h"
 #include "platform/x11/X11ScreenCapture.h"
 
 #include <QDBusConnection>
 #include <QKeyEvent>
+#include <QPainter>
+#include <QWindow>
 
 #include <gtest/gtest.h>
 
@@ -16,7 +19,7 @@
 namespace pixmora::e2e {
 namespace {
 
-class KeyRecorder : public QWidget {
+class KeyRecorder : public QWindow {
 public:
     QList<int> keys;
 
@@ -114,10 +117,12 @@ TEST_F(DesktopTest, OverlayStaysOnTopOnEveryWorkspaceAndTakesTheKeyboard)
 
     KeyRecorder overlay;
     overlay.setGeometry(0, 0, 960, 1080);
+    overlay.create();
     desktop.makeOverlay(&overlay);
     overlay.show();
-    ASSERT_TRUE(waitUntilMapped(overlay));
-    const xcb_window_t window = overlay.winId();
+    ASSERT_TRUE(waitFor([&] { return overlay.isExposed(); }));
+    desktop.giveKeyboardTo(&overlay);
+    const auto window = static_cast<xcb_window_t>(overlay.winId());
     EXPECT_TRUE(attributes(window)->override_redirect) << "the window manager must not stack or move it";
     EXPECT_EQ(topmostViewableChildOfRoot(), window);
     // Raising a managed window does not put it above the overlay.
@@ -142,6 +147,29 @@ TEST_F(DesktopTest, OverlayStaysOnTopOnEveryWorkspaceAndTakesTheKeyboard)
         nullptr));
     EXPECT_TRUE(grab && grab->status == XCB_GRAB_STATUS_SUCCESS);
     xcb_disconnect(other);
+}
+
+TEST_F(DesktopTest, OverlayBackdropIsDrawnDimmedExactlyAsQPainterDimsIt)
+{
+    // On LEFT, at scale 2: 200 x 150 points are 400 x 300 pixels at (200, 200).
+    QImage backdrop = rootPattern(QSize(400, 300));
+    QWindow overlay;
+    overlay.setGeometry(100, 100, 200, 150);
+    overlay.create();
+    desktop.makeOverlay(&overlay);
+    overlay.show();
+    ASSERT_TRUE(waitFor([&] { return overlay.isExposed(); }));
+
+    const QColor dim = QColor::fromRgbF(0, 0, 0, 0.25);
+    ASSERT_TRUE(desktop.drawOverlayBackdrop(&overlay, backdrop, dim));
+    QImage expected = backdrop.convertToFormat(QImage::Format_RGB32);
+    QPainter(&expected).fillRect(expected.rect(), dim);
+    const QImage shown = x11.images().read(x11.root(), QRect(200, 200, 400, 300), QRect(0, 0, 3840, 2160));
+    EXPECT_EQ(firstDifference(shown, expected), std::nullopt);
+
+    // A backdrop of another size is not stretched: the overlay has to paint it.
+    EXPECT_FALSE(desktop.drawOverlayBackdrop(&overlay, rootPattern(QSize(200, 150)), dim));
+    EXPECT_FALSE(desktop.drawOverlayBackdrop(&overlay, QImage(), dim));
 }
 
 TEST_F(DesktopTest, FloatingPanelIsStickyAboveAndNeverFocused)

@@ -2,6 +2,7 @@
 
 #include "platform/Error.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11ImageTransfer.h"
 #include "platform/x11/X11ScreenCapture.h"
 
 #include <QGuiApplication>
@@ -122,7 +123,7 @@ TEST_F(DisplayCaptureTest, TallOddWidthRegionCrossesSeveralSharedBuffers)
 {
     // 1023 pixels a row: the 2 MB halves of the shared segment hold 512 rows,
     // so 1500 rows arrive in three bands, the last one short.
-    EXPECT_TRUE(capture.usesSharedMemory());
+    EXPECT_TRUE(x11.images().usesSharedMemory());
     const QImage image = capture.captureRegion(display(QStringLiteral("RIGHT")), QRectF(1921, 3, 1023, 1500));
     EXPECT_EQ(firstDifference(image, pattern->copy(1921, 3, 1023, 1500)), std::nullopt);
 }

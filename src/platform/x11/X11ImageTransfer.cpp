@@ -1,4 +1,4 @@
-#include "platform/x11/X11ImageReader.h"
+#include "platform/x11/X11ImageTransfer.h"
 
 #include "platform/Error.h"
 #include "platform/x11/HugePageImages.h"
@@ -60,6 +60,28 @@ void copyRows(const uchar *source, QImage &target, QPoint at, QSize size)
     }
 }
 
+// Source-over of a premultiplied colour, rounded as QPainter rounds it.
+inline quint32 veiled(quint32 pixel, quint32 veil, quint32 keep)
+{
+    quint64 t = ((quint64(pixel) | (quint64(pixel) << 24)) & 0x00ff00ff00ff00ffULL) * keep;
+    t = (t + ((t >> 8) & 0x00ff00ff00ff00ffULL) + 0x0080008000800080ULL) >> 8;
+    t &= 0x00ff00ff00ff00ffULL;
+    return veil + (quint32(t) | quint32(t >> 24));
+}
+
+void copyVeiled(const uchar *source, uchar *target, int pixels, QRgb veil)
+{
+    const quint32 keep = 255 - qAlpha(veil);
+    if (keep == 255) {
+        std::memcpy(target, source, std::size_t(pixels) * bytesPerPixel);
+        return;
+    }
+    const auto *from = reinterpret_cast<const quint32 *>(source);
+    auto *to = reinterpret_cast<quint32 *>(target);
+    for (int x = 0; x < pixels; ++x)
+        to[x] = veiled(from[x], veil, keep);
+}
+
 // One band of rows in flight: a shared-memory read into one half of the
 // segment (bands alternate between the halves), or a plain GetImage.
 struct BandRequest {
@@ -69,7 +91,7 @@ struct BandRequest {
 
 } // namespace
 
-X11ImageReader::X11ImageReader(X11Connection &x11)
+X11ImageTransfer::X11ImageTransfer(X11Connection &x11)
     : m_x11(x11)
 {
     xcb_connection_t *c = m_x11.connection();
@@ -81,7 +103,7 @@ X11ImageReader::X11ImageReader(X11Connection &x11)
     }
 }
 
-X11ImageReader::~X11ImageReader()
+X11ImageTransfer::~X11ImageTransfer()
 {
     if (!m_segmentData)
         return;
@@ -92,7 +114,7 @@ X11ImageReader::~X11ImageReader()
     shmdt(m_segmentData);
 }
 
-bool X11ImageReader::attachSegment()
+bool X11ImageTransfer::attachSegment()
 {
     if (m_segmentData)
         return true;
@@ -119,7 +141,7 @@ bool X11ImageReader::attachSegment()
     return true;
 }
 
-QImage X11ImageReader::read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds)
+QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds)
 {
     if (!m_x11.isAlive())
         throw Error(QStringLiteral("The connection to the X display was lost."));
@@ -208,6 +230,51 @@ QImage X11ImageReader::read(xcb_drawable_t drawable, const QRect &area, const QR
         }
     }
     return image;
+}
+
+bool X11ImageTransfer::write(const QImage &image, xcb_drawable_t drawable, uint8_t depth, QRgb veil)
+{
+    const std::size_t rowBytes = std::size_t(image.width()) * bytesPerPixel;
+    if (image.isNull() || rowBytes > halfSegmentBytes || (depth != 24 && depth != 32)
+        || (image.format() != QImage::Format_RGB32 && image.format() != QImage::Format_ARGB32_Premultiplied))
+        return false;
+    if (!m_x11.isAlive() || !m_shmAvailable || !attachSegment())
+        return false;
+
+    xcb_connection_t *c = m_x11.connection();
+    const xcb_gcontext_t gc = xcb_generate_id(c);
+    xcb_create_gc(c, gc, drawable, 0, nullptr);
+    // A half is filled again only once the server has answered for the band
+    // it held; meanwhile it copies out of the other half.
+    xcb_void_cookie_t inFlight[2] = {};
+    bool busy[2] = {false, false};
+    bool ok = true;
+    auto settle = [&](int half) {
+        if (!busy[half])
+            return;
+        busy[half] = false;
+        XcbReply<xcb_generic_error_t> error(xcb_request_check(c, inFlight[half]));
+        ok = ok && !error;
+    };
+    const int bandRows = int(halfSegmentBytes / rowBytes);
+    for (int top = 0, band = 0; top < image.height() && ok; top += bandRows, ++band) {
+        const int half = band % 2;
+        settle(half);
+        if (!ok)
+            break;
+        const int rows = std::min(bandRows, image.height() - top);
+        uchar *target = m_segmentData + half * halfSegmentBytes;
+        for (int row = 0; row < rows; ++row)
+            copyVeiled(image.constScanLine(top + row), target + row * rowBytes, image.width(), veil);
+        inFlight[half] = xcb_shm_put_image_checked(
+            c, drawable, gc, uint16_t(image.width()), uint16_t(rows), 0, 0, uint16_t(image.width()), uint16_t(rows),
+            0, int16_t(top), depth, XCB_IMAGE_FORMAT_Z_PIXMAP, 0, m_segment, uint32_t(half * halfSegmentBytes));
+        busy[half] = true;
+    }
+    settle(0);
+    settle(1);
+    xcb_free_gc(c, gc);
+    return ok;
 }
 
 } // namespace pixmora
