@@ -315,7 +315,9 @@ void writePNG(const QByteArray &png, const QString &path)
     if (png.isEmpty())
         throw failure(QStringLiteral("the image could not be encoded"));
     QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(png) != png.size() || !file.commit())
+    // commit() reports success when its own final flush fails (a small file
+    // on a full disk stays in the buffer until then), so flush first.
+    if (!file.open(QIODevice::WriteOnly) || file.write(png) != png.size() || !file.flush() || !file.commit())
         throw failure(file.errorString());
 }
 
