@@ -3,61 +3,52 @@
 #include "app/AppDelegate.h"
 #include "platform/fake/FakePlatform.h"
 
-#include <QApplication>
+#include <QCoreApplication>
 #include <QDir>
-#include <QImage>
 #include <QTemporaryDir>
-#include <QWidget>
 
 #include <memory>
 
 namespace pixmora::test {
 
-// An application controller over the fake platform, with its settings,
-// history and save folder in a temporary directory.
+// The application over the fake platform, its files in a temporary directory.
+// Display 1 is 800 x 600 points at scale 2; display 2, right of it, 640 x 480 at scale 1.
 struct AppHarness {
     QTemporaryDir root;
     FakePlatform fake;
     std::unique_ptr<AppDelegate> app;
 
-    explicit AppHarness(bool withHistory = true)
+    AppHarness()
     {
         fake.screens.displayList = {FakeScreenCapture::display(1, {0, 0, 800, 600}, 2.0),
                                     FakeScreenCapture::display(2, {800, 0, 640, 480}, 1.0)};
-        app = std::make_unique<AppDelegate>(fake.platform(), path(QStringLiteral("Pixmora.conf")),
-                                            withHistory ? std::optional<QString>(path(QStringLiteral("History")))
-                                                        : std::nullopt);
+        app = std::make_unique<AppDelegate>(fake.platform(), path("Pixmora.conf"), path("History"));
+    }
+
+    // A finished flow's overlay goes with deleteLater(); it must not outlive the fake desktop.
+    ~AppHarness()
+    {
+        app.reset();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
     QString path(const QString &name) const { return root.filePath(name); }
 
-    QString makeSaveFolder(const QString &name = QStringLiteral("Shots"))
+    QString makeSaveFolder(const QString &name = "Shots")
     {
-        QDir(root.path()).mkpath(name);
+        QDir().mkpath(path(name));
         app->settings().setSaveFolderBookmark(*fake.bookmarks.create(path(name)));
         return path(name);
     }
 
-    QStringList filesIn(const QString &folder) const
+    static QImage image(QSize size, QRgb colour)
     {
-        return QDir(folder).entryList(QDir::Files, QDir::Name);
-    }
-
-    static QImage image(int width, int height, QRgb colour)
-    {
-        QImage result(width, height, QImage::Format_RGB32);
+        QImage result(size, QImage::Format_RGB32);
         result.fill(colour);
         return result;
     }
 
-    static QWidget *visibleThumbnail()
-    {
-        for (QWidget *widget : QApplication::topLevelWidgets()) {
-            if (widget->objectName() == QLatin1String("PixmoraPreview") && widget->isVisible())
-                return widget;
-        }
-        return nullptr;
-    }
+    static int dpi(const QImage &image) { return qRound(image.dotsPerMeterX() * 0.0254); }
 };
 
 } // namespace pixmora::test

@@ -11,151 +11,74 @@
 namespace pixmora {
 namespace {
 
-// A home folder in a temporary directory, with its data folder inside it.
 class FolderBookmarksTest : public ::testing::Test {
 protected:
     QTemporaryDir root;
-    QString home = root.filePath(QStringLiteral("home"));
-    QString data = home + QStringLiteral("/.local/share");
-    InodeFolderBookmarks bookmarks{home, data};
+    QString home = root.filePath("home");
+    InodeFolderBookmarks bookmarks{home, home + "/.local/share"};
 
-    QString makeFolder(const QString &relative)
+    QString makeFolder(const QString &path)
     {
-        const QString path = root.filePath(relative);
-        EXPECT_TRUE(QDir().mkpath(path)) << qPrintable(path);
+        EXPECT_TRUE(QDir().mkpath(path));
         return path;
     }
 
-    static void move(const QString &from, const QString &to)
+    // What the bookmark resolves to: the path, marked when the folder moved.
+    std::string resolved(const QByteArray &bookmark)
     {
-        ASSERT_TRUE(QDir().mkpath(QFileInfo(to).path()));
-        ASSERT_TRUE(QDir().rename(from, to)) << qPrintable(from) << " -> " << qPrintable(to);
+        const auto found = bookmarks.resolve(bookmark);
+        return !found ? "nothing" : found->path.toStdString() + (found->stale ? " (moved)" : "");
     }
 
-    QByteArray bookmarkOf(const QString &folder)
+    // Moves a folder and answers what a bookmark made before resolves to.
+    std::string resolvedAfterMove(const QString &from, const QString &to)
     {
-        const auto bookmark = bookmarks.create(folder);
-        EXPECT_TRUE(bookmark.has_value()) << qPrintable(folder);
-        return bookmark.value_or(QByteArray());
+        const QByteArray bookmark = bookmarks.create(from).value_or(QByteArray());
+        EXPECT_TRUE(QDir().mkpath(QFileInfo(to).path()) && QDir().rename(from, to)) << to.toStdString();
+        return resolved(bookmark);
     }
 };
 
-TEST_F(FolderBookmarksTest, FolderInPlaceResolvesFresh)
+// Outside the home folder, as on a second disk, only the old parent is searched.
+TEST_F(FolderBookmarksTest, AMovedFolderIsFoundWithinTheSearchLimits)
 {
-    const QString folder = makeFolder(QStringLiteral("home/Shots"));
-    const auto resolved = bookmarks.resolve(bookmarkOf(folder));
-    ASSERT_TRUE(resolved);
-    EXPECT_EQ(resolved->path, folder);
-    EXPECT_FALSE(resolved->stale);
+    const QString shots = makeFolder(home + "/Shots"), fourDeep = home + "/a/b/c/Shots";
+    EXPECT_EQ(resolved(*bookmarks.create(shots)), shots.toStdString());
+    const QString renamed = root.filePath("disk/Screenshots");
+    EXPECT_EQ(resolvedAfterMove(makeFolder(root.filePath("disk/Shots")), renamed), renamed.toStdString() + " (moved)");
+    EXPECT_EQ(resolvedAfterMove(shots, fourDeep), fourDeep.toStdString() + " (moved)");
+    EXPECT_EQ(resolvedAfterMove(fourDeep, home + "/a/b/c/d/Shots"), "nothing") << "too deep";
+    EXPECT_EQ(resolvedAfterMove(home + "/a/b/c/d/Shots", home + "/.cache/Shots"), "nothing") << "hidden";
+    ASSERT_TRUE(QFile::link(root.filePath("elsewhere"), home + "/link"));
+    EXPECT_EQ(resolvedAfterMove(home + "/.cache/Shots", root.filePath("elsewhere/Shots")), "nothing") << "linked";
 }
 
-// Outside the home folder, as on a second disk: only its old parent is searched.
-TEST_F(FolderBookmarksTest, RenamedFolderResolvesStaleToItsNewName)
+TEST_F(FolderBookmarksTest, ADeletedOrReplacedFolderAndGarbageResolveToNothing)
 {
-    const QString folder = makeFolder(QStringLiteral("data disk/Shots"));
-    const QByteArray bookmark = bookmarkOf(folder);
-    const QString renamed = root.filePath(QStringLiteral("data disk/Screenshots"));
-    move(folder, renamed);
-
-    const auto resolved = bookmarks.resolve(bookmark);
-    ASSERT_TRUE(resolved);
-    EXPECT_EQ(resolved->path, renamed);
-    EXPECT_TRUE(resolved->stale);
-
-    const auto refreshed = bookmarks.resolve(bookmarkOf(renamed));
-    ASSERT_TRUE(refreshed);
-    EXPECT_FALSE(refreshed->stale);
-}
-
-TEST_F(FolderBookmarksTest, FolderMovedElsewhereUnderHomeIsFoundWithinTheSearchLimits)
-{
-    const QString folder = makeFolder(QStringLiteral("home/Shots"));
-    const QByteArray bookmark = bookmarkOf(folder);
-
-    const QString fourDeep = home + QStringLiteral("/a/b/c/Shots");
-    move(folder, fourDeep);
-    const auto resolved = bookmarks.resolve(bookmark);
-    ASSERT_TRUE(resolved);
-    EXPECT_EQ(resolved->path, fourDeep);
-    EXPECT_TRUE(resolved->stale);
-
-    const QString fiveDeep = home + QStringLiteral("/a/b/c/d/Shots");
-    move(fourDeep, fiveDeep);
-    EXPECT_FALSE(bookmarks.resolve(bookmark));
-
-    const QString hidden = home + QStringLiteral("/.cache/Shots");
-    move(fiveDeep, hidden);
-    EXPECT_FALSE(bookmarks.resolve(bookmark));
-
-    // Reached only through a symbolic link: not followed.
-    const QString outside = root.filePath(QStringLiteral("elsewhere/Shots"));
-    move(hidden, outside);
-    ASSERT_TRUE(QFile::link(QFileInfo(outside).path(), home + QStringLiteral("/link")));
-    EXPECT_FALSE(bookmarks.resolve(bookmark));
-}
-
-TEST_F(FolderBookmarksTest, DeletedOrReplacedFolderResolvesToNothing)
-{
-    const QString folder = makeFolder(QStringLiteral("home/Shots"));
-    const QByteArray bookmark = bookmarkOf(folder);
-
-    ASSERT_TRUE(QDir(folder).removeRecursively());
-    EXPECT_FALSE(bookmarks.resolve(bookmark));
-
-    QFile file(folder);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-    file.close();
-    EXPECT_FALSE(bookmarks.resolve(bookmark));
-    EXPECT_FALSE(bookmarks.create(folder)) << "a file is not a folder";
-}
-
-TEST_F(FolderBookmarksTest, GarbageResolvesToNothing)
-{
-    const QByteArray valid = bookmarkOf(makeFolder(QStringLiteral("home/Shots")));
-    QByteArray binary(256, '\0');
-    for (int i = 0; i < binary.size(); ++i)
-        binary[i] = static_cast<char>(i * 37 + 11);
-    QByteArray relativePath = valid;
-    relativePath.replace(home.toUtf8(), "home");
-    QByteArray badNumber = valid;
+    const QString folder = makeFolder(home + "/Shots");
+    const QByteArray valid = *bookmarks.create(folder);
+    QByteArray badNumber = valid, relativePath = valid;
     badNumber.insert(valid.indexOf('\n') + 1, 'x');
-
-    for (const QByteArray &garbage :
-         {QByteArray(), binary, QByteArray("pixmora-folder 1"), QByteArray("pixmora-folder 1\n\n\n"),
-          valid.left(20), relativePath, badNumber, QByteArray("pixmora-folder 9") + valid.mid(16)}) {
-        EXPECT_FALSE(bookmarks.resolve(garbage)) << garbage.toHex().constData();
-    }
+    relativePath.replace(home.toUtf8(), "home");
+    for (const QByteArray &garbage : {QByteArray(), QByteArray("pixmora-folder 1\n\n\n"), valid.left(20), badNumber,
+                                      relativePath, "pixmora-folder 9" + valid.mid(16)})
+        EXPECT_EQ(resolved(garbage), "nothing") << garbage.toHex().constData();
+    ASSERT_TRUE(QDir(folder).removeRecursively());
+    EXPECT_EQ(resolved(valid), "nothing");
+    ASSERT_TRUE(QFile(folder).open(QIODevice::WriteOnly));
+    EXPECT_EQ(resolved(valid), "nothing");
+    EXPECT_EQ(bookmarks.create(folder), std::nullopt) << "a file is not a folder";
 }
 
-TEST_F(FolderBookmarksTest, TrashOfTheDataFolderAndOfOtherMounts)
+TEST_F(FolderBookmarksTest, TheTrashOfTheDataFolderAndOfOtherMountsIsRecognised)
 {
-    const QString uid = QString::number(::getuid());
-    EXPECT_TRUE(bookmarks.isInTrash(makeFolder(QStringLiteral("home/.local/share/Trash/files/Shots"))));
-    EXPECT_TRUE(bookmarks.isInTrash(makeFolder(QStringLiteral("mnt/.Trash-%1/files/Shots/inner").arg(uid))));
-    EXPECT_TRUE(bookmarks.isInTrash(makeFolder(QStringLiteral("mnt/.Trash/%1/files/Shots").arg(uid))));
-
-    EXPECT_FALSE(bookmarks.isInTrash(makeFolder(QStringLiteral("home/Shots"))));
-    EXPECT_FALSE(bookmarks.isInTrash(makeFolder(QStringLiteral("home/.local/share/Trash/filesystem"))));
-    EXPECT_FALSE(bookmarks.isInTrash(makeFolder(QStringLiteral("mnt/.Trash-%1x/files/Shots").arg(uid))));
-    EXPECT_FALSE(bookmarks.isInTrash(makeFolder(QStringLiteral("mnt/.Trash/%1/info").arg(uid))));
-    EXPECT_FALSE(bookmarks.isInTrash(makeFolder(QStringLiteral("mnt/.Trash/%1999/files/Shots").arg(uid))));
-}
-
-// With a data folder that is not hidden, a folder moved to the Trash is still
-// found (as a desktop's bookmark would be), and then recognised as trashed.
-TEST_F(FolderBookmarksTest, FolderMovedToTheTrashStillResolvesAndIsInTheTrash)
-{
-    InodeFolderBookmarks visibleData(home, home + QStringLiteral("/data"));
-    const QString folder = makeFolder(QStringLiteral("home/Shots"));
-    const auto bookmark = visibleData.create(folder);
-    ASSERT_TRUE(bookmark);
-    const QString trashed = home + QStringLiteral("/data/Trash/files/Shots");
-    move(folder, trashed);
-
-    const auto resolved = visibleData.resolve(*bookmark);
-    ASSERT_TRUE(resolved);
-    EXPECT_EQ(resolved->path, trashed);
-    EXPECT_TRUE(visibleData.isInTrash(resolved->path));
+    const QString uid = QString::number(::getuid()), mount = root.filePath("mount/");
+    for (const auto &[path, inTrash] : QList<std::pair<QString, bool>>{
+             {home + "/.local/share/Trash/files/Shots", true}, {mount + ".Trash-" + uid + "/files/Shots/inner", true},
+             {mount + ".Trash/" + uid + "/files/Shots", true}, {home + "/.local/share/Trash/filesystem", false},
+             {mount + ".Trash-" + uid + "x/files/Shots", false}, {mount + ".Trash/" + uid + "/info", false},
+             {mount + ".Trash/" + uid + "9/files/Shots", false}})
+        EXPECT_EQ(bookmarks.isInTrash(makeFolder(path)), inTrash) << path.toStdString();
 }
 
 } // namespace

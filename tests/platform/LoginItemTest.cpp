@@ -7,91 +7,44 @@
 
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <cstring>
-
 namespace pixmora {
-namespace {
 
-class LoginItemTest : public ::testing::Test {
-protected:
+// The session turns an entry off with Hidden or the GNOME key; enabling turns it on again.
+TEST(LoginItem, EntryIsWrittenReadAsTheSessionReadsItAndFailuresNameThePath)
+{
     QTemporaryDir root;
-    QString folder = root.filePath(QStringLiteral("config/autostart"));
-    QString entry = folder + QStringLiteral("/pixmora.desktop");
+    const QString folder = root.filePath(QStringLiteral("config/autostart"));
+    const QString entry = folder + QStringLiteral("/pixmora.desktop");
     AutostartLoginItem item{folder};
-
-    void writeEntry(const QByteArray &contents)
-    {
-        ASSERT_TRUE(QDir().mkpath(folder));
+    const auto write = [&](const QByteArray &contents) {
         QFile file(entry);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write(contents);
-    }
+        return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
+    };
 
-    QStringList entryLines()
-    {
-        QFile file(entry);
-        EXPECT_TRUE(file.open(QIODevice::ReadOnly));
-        return QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
-    }
-};
-
-TEST_F(LoginItemTest, EnableWritesADesktopEntryAndDisableDeletesIt)
-{
-    EXPECT_FALSE(item.isEnabled());
-
-    EXPECT_EQ(item.enable(), std::nullopt);
+    ASSERT_EQ(item.enable(), std::nullopt);
+    QFile written(entry);
+    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
+    const QByteArray contents = written.readAll();
+    EXPECT_TRUE(contents.startsWith("[Desktop Entry]\n"));
+    EXPECT_TRUE(contents.contains("\nExec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\"\n"));
     EXPECT_TRUE(item.isEnabled());
-    const QStringList lines = entryLines();
-    EXPECT_EQ(lines.value(0), QStringLiteral("[Desktop Entry]"));
-    for (const QString &line :
-         {QStringLiteral("Type=Application"), QStringLiteral("Name=Pixmora"),
-          QStringLiteral("Exec=\"%1\"").arg(QCoreApplication::applicationFilePath()),
-          QStringLiteral("X-GNOME-Autostart-enabled=true")})
-        EXPECT_TRUE(lines.contains(line)) << qPrintable(line);
 
-    EXPECT_EQ(item.disable(), std::nullopt);
-    EXPECT_FALSE(QFile::exists(entry));
+    ASSERT_TRUE(write("[Desktop Entry]\nExec=pixmora\nHidden = true\n"));
     EXPECT_FALSE(item.isEnabled());
-    EXPECT_EQ(item.disable(), std::nullopt) << "nothing to delete is not a failure";
-}
-
-TEST_F(LoginItemTest, EntryTurnedOffBySessionReadsDisabledUntilEnabledAgain)
-{
-    writeEntry("[Desktop Entry]\nType=Application\nExec=pixmora\nHidden = true\n");
+    ASSERT_TRUE(write("[Desktop Entry]\nExec=pixmora\nX-GNOME-Autostart-enabled=false\n"));
     EXPECT_FALSE(item.isEnabled());
-    writeEntry("[Desktop Entry]\nExec=pixmora\nX-GNOME-Autostart-enabled=false\n");
-    EXPECT_FALSE(item.isEnabled());
-    writeEntry("[Desktop Entry]\nExec=pixmora\nHidden=false\n[Desktop Action x]\nHidden=true\n");
+    ASSERT_TRUE(write("[Desktop Entry]\nExec=pixmora\n[Desktop Action x]\nHidden=true\n"));
     EXPECT_TRUE(item.isEnabled()) << "only the main group counts";
 
-    writeEntry("[Desktop Entry]\nHidden=true\n");
-    EXPECT_EQ(item.enable(), std::nullopt);
-    EXPECT_TRUE(item.isEnabled());
-}
-
-// The tests run as root, so permissions cannot make these fail: a file stands
-// where the folder should be, and a folder where the entry should be.
-TEST_F(LoginItemTest, FailuresAnswerTheSystemsErrorText)
-{
-    ASSERT_TRUE(QDir().mkpath(QFileInfo(folder).path()));
-    QFile blocker(folder);
-    ASSERT_TRUE(blocker.open(QIODevice::WriteOnly));
-    blocker.close();
-
-    const auto enableError = item.enable();
-    ASSERT_TRUE(enableError);
-    EXPECT_TRUE(enableError->contains(folder)) << qPrintable(*enableError);
-    EXPECT_TRUE(enableError->contains(QString::fromLocal8Bit(std::strerror(ENOTDIR)))) << qPrintable(*enableError);
+    EXPECT_EQ(item.disable(), std::nullopt);
     EXPECT_FALSE(item.isEnabled());
+    EXPECT_EQ(item.disable(), std::nullopt) << "nothing to delete is not a failure";
 
-    ASSERT_TRUE(blocker.remove());
+    // As root, permissions cannot fail it: a folder stands where the entry should be.
     ASSERT_TRUE(QDir().mkpath(entry + QStringLiteral("/inside")));
-    const auto disableError = item.disable();
-    ASSERT_TRUE(disableError);
-    EXPECT_TRUE(disableError->contains(entry)) << qPrintable(*disableError);
-    EXPECT_GT(disableError->size(), entry.size() + 2) << qPrintable(*disableError);
+    const auto failure = item.enable();
+    ASSERT_TRUE(failure);
+    EXPECT_TRUE(failure->contains(entry) || failure->contains(folder)) << qPrintable(*failure);
 }
 
-} // namespace
 } // namespace pixmora

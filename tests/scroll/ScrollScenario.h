@@ -1,20 +1,119 @@
 #pragma once
 
-// A simulated scrolling capture over a synthetic document, checked against
-// the document itself; shared by the quality test and the benchmarks.
+// Synthetic documents and a simulated scrolling capture over them, checked
+// against the document itself; shared by the unit tests and the benchmarks.
 
 #include "scroll/ScrollStitcher.h"
-
-#include "SyntheticDocument.h"
 
 #include <algorithm>
 #include <cstring>
 #include <random>
-#include <sstream>
 #include <string>
 #include <vector>
 
 namespace pixmora::synthetic {
+
+// Varied documents have gaps under the 48-row minimum overlap, so that no overlap is ambiguous; the others
+// add blank gaps or runs of a repeating pattern from half a frame to two frames long.
+enum class DocumentStyle { varied, blankStretches, stripes };
+
+// Lines of random glyphs with ragged ends, grainy block pictures and rules on white paper.
+inline QImage makeDocument(int width, int height, int frameHeight, DocumentStyle style, std::mt19937 &random)
+{
+    const auto uniform = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
+    const auto chance = [&](double probability) { return std::bernoulli_distribution(probability)(random); };
+    const auto color = [&](int low, int high) { return qRgb(uniform(low, high), uniform(low, high), uniform(low, high)); };
+    QImage document(width, height, QImage::Format_RGB32);
+    const auto row = [&](int y) { return reinterpret_cast<QRgb *>(document.scanLine(y)); };
+    for (int y = 0; y < height; ++y)
+        std::fill_n(row(y), width, qRgb(255, 255, 255));
+    for (int y = 0; y < height;) {
+        if (style != DocumentStyle::varied && chance(0.05)) {
+            const int rows = uniform(frameHeight / 2, 2 * frameHeight);
+            std::vector<QRgb> stripes(style == DocumentStyle::stripes ? std::size_t(uniform(3, 40)) : 0);
+            std::generate(stripes.begin(), stripes.end(), [&] { return color(0, 255); });
+            for (const int first = y; !stripes.empty() && y < std::min(first + rows, height); ++y)
+                std::fill_n(row(y), width, stripes[std::size_t(y - first) % stripes.size()]);
+            y += stripes.empty() ? rows : 0;
+            continue;
+        }
+        const int pick = uniform(0, 9);
+        if (pick < 7) {
+            const int lineHeight = uniform(7, 16), leading = uniform(3, 9), lines = uniform(1, 8);
+            const QRgb ink = chance(0.8) ? color(0, 60) : qRgb(uniform(0, 40), uniform(40, 120), uniform(150, 230));
+            const int margin = uniform(2, std::max(2, width / 20));
+            for (int line = 0; line < lines && y + lineHeight <= height; ++line, y += lineHeight + leading) {
+                for (int x = margin, end = margin + uniform(width / 4, width - 2 * margin); x < end;) {
+                    const int glyphWidth = uniform(3, 9);
+                    for (int glyphY = y; glyphY < y + lineHeight; ++glyphY) {
+                        for (int glyphX = x; glyphX < std::min(x + glyphWidth, end); ++glyphX)
+                            row(glyphY)[glyphX] = chance(0.45) ? ink : row(glyphY)[glyphX];
+                    }
+                    x += glyphWidth + (chance(0.2) ? uniform(4, 8) : uniform(1, 2));
+                }
+            }
+        } else if (pick < 9) {
+            const int rows = std::min(uniform(24, 180), height - y), left = uniform(0, width / 4);
+            const int right = width - uniform(0, width / 4), block = uniform(2, 6);
+            std::vector<QRgb> blocks(std::size_t((right - left) / block + 1));
+            for (int end = y + rows; y < end; ++y) {
+                if ((y + rows - end) % block == 0)
+                    std::generate(blocks.begin(), blocks.end(), [&] { return color(30, 225); });
+                for (int x = left; x < right; ++x) {
+                    const QRgb base = blocks[std::size_t((x - left) / block)];
+                    const int grain = uniform(-30, 30);
+                    row(y)[x] = qRgb(qRed(base) + grain, qGreen(base) + grain, qBlue(base) + grain);
+                }
+            }
+        } else {
+            const int end = std::min(y + uniform(1, 2), height); // a rule
+            for (const QRgb ink = color(120, 220); y < end; ++y)
+                std::fill_n(row(y), width, ink);
+        }
+        y += uniform(4, 30);
+    }
+    return document;
+}
+
+// Random gray pixels: no two rows alike, no pattern that repeats.
+inline QImage makeNoise(int width, int height, std::mt19937 &random, int darkest = 0, int lightest = 255)
+{
+    QImage image(width, height, QImage::Format_RGB32);
+    for (int y = 0; y < height; ++y) {
+        for (int x = 0; x < width; ++x) {
+            const int gray = darkest + int(random() % unsigned(lightest - darkest + 1));
+            image.setPixel(x, y, qRgb(gray, gray, gray));
+        }
+    }
+    return image;
+}
+
+// What a viewport shows with its top at document row top: a read-only view, so long scrolls copy nothing.
+inline QImage frameAt(const QImage &document, int top, int frameHeight)
+{
+    return QImage(document.constScanLine(top), document.width(), frameHeight, document.bytesPerLine(), document.format());
+}
+
+// Equal size and pixels, whatever the two formats.
+inline bool samePixels(const QImage &a, const QImage &b)
+{
+    // An RGB32 word, 0xffRRGGBB, is also the premultiplied form of that opaque pixel.
+    const auto premultiplied = [](const QImage &image) {
+        return image.format() == QImage::Format_RGB32 ? image : image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    };
+    const QImage left = premultiplied(a);
+    const QImage right = premultiplied(b);
+    bool same = left.size() == right.size();
+    for (int y = 0; same && y < left.height(); ++y)
+        same = std::memcmp(left.constScanLine(y), right.constScanLine(y), std::size_t(left.width()) * sizeof(QRgb)) == 0;
+    return same;
+}
+
+// The largest shift the stitcher tries: the overlap is at least 12% of the frame and 48 rows.
+inline int largestShift(int frameHeight)
+{
+    return frameHeight - std::max(frameHeight * 12 / 100, 48);
+}
 
 struct ScrollTally {
     int cases = 0;
@@ -28,135 +127,98 @@ struct ScrollTally {
 
     void add(const ScrollTally &other)
     {
-        cases += other.cases;
-        casesAllAccepted += other.casesAllAccepted;
-        casesWithRefusals += other.casesWithRefusals;
-        casesMisaligned += other.casesMisaligned;
-        frames += other.frames;
-        framesAccepted += other.framesAccepted;
-        framesRefused += other.framesRefused;
-        framesMisaligned += other.framesMisaligned;
+        for (int ScrollTally::*count : {&ScrollTally::cases, &ScrollTally::casesAllAccepted, &ScrollTally::casesWithRefusals,
+                                        &ScrollTally::casesMisaligned, &ScrollTally::frames, &ScrollTally::framesAccepted,
+                                        &ScrollTally::framesRefused, &ScrollTally::framesMisaligned})
+            this->*count += other.*count;
     }
 
     std::string summary() const
     {
-        std::ostringstream text;
-        text << casesAllAccepted << " of " << cases << " cases accepted every frame and equal their ground truth; "
-             << casesWithRefusals << " more refused some frames and still equal it; " << casesMisaligned
-             << " read a frame at a wrong shift. Moved frames: " << frames << ", accepted " << framesAccepted
-             << ", refused " << framesRefused << ", misread " << framesMisaligned;
-        return text.str();
+        using std::to_string;
+        return to_string(casesAllAccepted) + " of " + to_string(cases) + " cases accepted every frame and equal their "
+               "ground truth; " + to_string(casesWithRefusals) + " more refused some frames and still equal it; "
+               + to_string(casesMisaligned) + " read a frame at a wrong shift. Moved frames: " + to_string(frames)
+               + ", accepted " + to_string(framesAccepted) + ", refused " + to_string(framesRefused) + ", misread "
+               + to_string(framesMisaligned);
     }
 };
 
-// The largest shift the stitcher tries: the overlap is at least 12% of the frame and 48 rows.
-inline int largestShift(int frameHeight)
-{
-    return frameHeight - std::max(frameHeight * 12 / 100, 48);
-}
-
-// Share of the new frame's overlap rows that repeat, pixel for pixel, the
-// reference frame's rows shift rows further down.
-inline double identicalShare(const QImage &document, int referenceTop, int top, int frameHeight, int shift)
-{
-    const auto rowBytes = std::size_t(document.width()) * sizeof(QRgb);
-    int identical = 0;
-    for (int y = 0; y < frameHeight - shift; ++y) {
-        identical += std::memcmp(document.constScanLine(top + y), document.constScanLine(referenceTop + shift + y),
-                                 rowBytes) == 0;
-    }
-    return double(identical) / double(frameHeight - shift);
-}
-
 // Scrolls a viewport down the document by random shifts from 0 to the largest
-// the stitcher tries, now and then handing in a frame of another size, and
+// the stitcher tries, now and then handing in a frame one pixel narrower, and
 // follows every frame against the truth: the document row at the top of the
-// last accepted frame. Every broken promise is added to faults:
-// - a frame that did not move is noMovement, a frame of another size noMatch;
-// - the result agrees with the growth of totalHeight;
-// - a frame read at a wrong shift is the content's fault only where the pixels
-//   themselves repeat at the shift taken (blank runs, stripes);
-// - unless a frame was misread, the composed image is the document's top rows,
-//   down to the bottom of the last accepted frame or the limit.
+// last accepted frame. Each broken promise goes into faults: a result that does
+// not agree with the frame's movement or with the growth of the page, a shift
+// misread where the pixels do not repeat, a page other than the document's top rows.
 inline ScrollTally scrollThrough(const QImage &document, int frameHeight, qint64 limit, std::mt19937 &random,
                                  std::vector<std::string> &faults)
 {
     using Kind = AppendResult::Kind;
     const auto chance = [&](double probability) { return std::bernoulli_distribution(probability)(random); };
-    const int maxShift = largestShift(frameHeight);
-    const int width = document.width();
     int top = 0;
     int referenceTop = 0;
-    const auto fault = [&](const std::string &what) {
-        std::ostringstream text;
-        text << width << "x" << frameHeight << " frame at row " << top << ", reference at row " << referenceTop
-             << ": " << what;
-        faults.push_back(text.str());
+    const auto check = [&](bool kept, const char *promise) {
+        if (!kept)
+            faults.push_back(std::to_string(document.width()) + "x" + std::to_string(frameHeight) + " frame at row "
+                             + std::to_string(top) + ", reference at " + std::to_string(referenceTop) + ": " + promise);
+    };
+    // Whether the overlap rows repeat, pixel for pixel, the reference's rows shift rows further down.
+    const auto repeatsAt = [&](int shift) {
+        int identical = 0;
+        for (int y = 0; y < frameHeight - shift; ++y)
+            identical += std::memcmp(document.constScanLine(top + y), document.constScanLine(referenceTop + shift + y),
+                                     std::size_t(document.bytesPerLine())) == 0;
+        return identical >= 0.65 * (frameHeight - shift);
     };
 
     ScrollTally tally;
     tally.cases = 1;
     const auto stitcher = ScrollStitcher::create(frameAt(document, 0, frameHeight), limit);
     if (!stitcher) {
-        fault("no stitcher");
+        check(false, "no stitcher");
         return tally;
     }
     const qint64 ceiling = stitcher->maxTotalHeight();
     while (true) {
         if (chance(0.03)) {
-            const Kind expected = stitcher->totalHeight() < ceiling ? Kind::noMatch : Kind::limitReached;
-            if (stitcher->append(document.copy(0, top, width - 1, frameHeight)).kind != expected)
-                fault("a frame of another size was not refused");
+            const Kind refusal = stitcher->totalHeight() < ceiling ? Kind::noMatch : Kind::limitReached;
+            check(stitcher->append(document.copy(0, top, document.width() - 1, frameHeight)).kind == refusal,
+                   "a frame of another size was not refused");
             continue;
         }
-        const int shift = chance(0.15) ? 0 : std::uniform_int_distribution<int>(1, maxShift)(random);
+        const int shift = chance(0.15) ? 0 : std::uniform_int_distribution<int>(1, largestShift(frameHeight))(random);
         if (top + shift + frameHeight > document.height())
             break;
         top += shift;
-
         const qint64 before = stitcher->totalHeight();
         const AppendResult result = stitcher->append(frameAt(document, top, frameHeight));
         const qint64 added = stitcher->totalHeight() - before;
         const int moved = top - referenceTop;
         if (before >= ceiling) {
-            if (result.kind != Kind::limitReached || added != 0)
-                fault("a full stitcher took a frame");
+            check(result.kind == Kind::limitReached && added == 0, "a full stitcher took a frame");
             break;
         }
-        if (moved > 0)
-            ++tally.frames;
+        tally.frames += moved > 0;
         if (added == 0) {
-            if (result.kind == Kind::appended || result.kind == Kind::limitReached)
-                fault("a frame was reported added but nothing was");
-            else if (moved == 0 && result.kind != Kind::noMovement)
-                fault("an unmoved frame was not noMovement");
-            else if (moved > 0)
-                ++tally.framesRefused;
+            check(result.kind == Kind::noMatch || result.kind == Kind::noMovement, "a frame was said added but was not");
+            check(moved > 0 || result.kind == Kind::noMovement, "an unmoved frame was not noMovement");
+            tally.framesRefused += moved > 0;
             continue;
         }
         const bool full = stitcher->totalHeight() >= ceiling;
-        if (full ? result.kind != Kind::limitReached : (result.kind != Kind::appended || result.rows != added))
-            fault("the result does not match the rows added");
-        if (added == std::min<qint64>(ceiling - before, moved)) {
-            ++tally.framesAccepted;
-        } else {
-            ++tally.framesMisaligned;
-            if (!full && identicalShare(document, referenceTop, top, frameHeight, int(added)) < 0.65)
-                fault("misread at shift " + std::to_string(added) + " on content that does not repeat there");
-        }
-        // Right or wrong, the accepted frame is the new reference.
-        referenceTop = top;
+        check(full ? result.kind == Kind::limitReached : result.kind == Kind::appended && result.rows == added,
+               "the result does not match the rows added");
+        const bool misread = added != std::min<qint64>(ceiling - before, moved);
+        (misread ? tally.framesMisaligned : tally.framesAccepted) += 1;
+        check(!misread || full || repeatsAt(int(added)), "a frame misread where the content does not repeat");
+        referenceTop = top; // right or wrong, the accepted frame is the new reference
     }
-
     if (tally.framesMisaligned > 0) {
         tally.casesMisaligned = 1;
         return tally;
     }
-    const qint64 expectedHeight = std::min<qint64>(referenceTop + frameHeight, ceiling);
-    if (stitcher->totalHeight() != expectedHeight)
-        fault("stitched height " + std::to_string(stitcher->totalHeight()) + ", expected " + std::to_string(expectedHeight));
-    else if (!samePixels(stitcher->compose(), frameAt(document, 0, int(expectedHeight))))
-        fault("the composed image differs from the document");
+    const int height = int(std::min<qint64>(referenceTop + frameHeight, ceiling));
+    check(samePixels(stitcher->compose(), frameAt(document, 0, height)), "the page is not the document's top rows");
     (tally.framesRefused > 0 ? tally.casesWithRefusals : tally.casesAllAccepted) = 1;
     return tally;
 }

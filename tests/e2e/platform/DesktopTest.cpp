@@ -2,236 +2,224 @@
 
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11Desktop.h"
+#include "platform/x11/X11HotKeys.h"
 #include "platform/x11/X11ImageTransfer.h"
 #include "platform/x11/X11ScreenCapture.h"
 
 #include <QDBusConnection>
-#include <QKeyEvent>
 #include <QPainter>
+#include <QTest>
 #include <QWindow>
 
 #include <gtest/gtest.h>
 
-#include <xcb/xcb_icccm.h>
-
-#include <algorithm>
+#include <xcb/xcb_keysyms.h>
 
 namespace pixmora::e2e {
 namespace {
 
-class KeyRecorder : public QWindow {
-public:
-    QList<int> keys;
+// Another application's connection to the desktop.
+using Client = std::unique_ptr<xcb_connection_t, decltype(&xcb_disconnect)>;
+Client otherClient() { return Client(xcb_connect(nullptr, nullptr), xcb_disconnect); }
 
-protected:
-    void keyPressEvent(QKeyEvent *event) override { keys.append(event->key()); }
-};
+xcb_window_t rootOf(xcb_connection_t *client)
+{
+    return xcb_setup_roots_iterator(xcb_get_setup(client)).data->root;
+}
+
+bool keyboardIsFree()
+{
+    const Client other = otherClient();
+    const xcb_grab_keyboard_cookie_t cookie = xcb_grab_keyboard(other.get(), 0, rootOf(other.get()), XCB_CURRENT_TIME,
+                                                                XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC);
+    XcbReply<xcb_grab_keyboard_reply_t> grab(xcb_grab_keyboard_reply(other.get(), cookie, nullptr));
+    return grab && grab->status == XCB_GRAB_STATUS_SUCCESS;
+}
+
+// Grabs Control-Shift and the key as another application's shortcut; true when the server agreed.
+bool grabShortcut(xcb_connection_t *client, xcb_keysym_t keysym)
+{
+    xcb_key_symbols_t *symbols = xcb_key_symbols_alloc(client);
+    XcbReply<xcb_keycode_t> codes(xcb_key_symbols_get_keycode(symbols, keysym));
+    xcb_key_symbols_free(symbols);
+    return codes && !XcbReply<xcb_generic_error_t>(xcb_request_check(
+               client, xcb_grab_key_checked(client, 1, rootOf(client), XCB_MOD_MASK_CONTROL | XCB_MOD_MASK_SHIFT,
+                                            codes.get()[0], XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC)));
+}
 
 // Stands in for the file manager on the test session bus.
 class FileManagerService : public QObject {
     Q_OBJECT
     Q_CLASSINFO("D-Bus Interface", "org.freedesktop.FileManager1")
-
 public:
     QStringList shown;
-
 public slots:
     void ShowItems(const QStringList &uris, const QString &) { shown += uris; }
 };
 
 class DesktopTest : public ::testing::Test {
 protected:
-    void TearDown() override
-    {
-        for (pid_t pid : started)
-            testDesktop().stop(pid);
-        runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("set_desktop"), QStringLiteral("0")});
-    }
-
-    quint64 startXterm(const QString &title, const QString &geometry)
-    {
-        started.push_back(testDesktop().start(QStringLiteral("xterm"),
-                                              {QStringLiteral("-T"), title, QStringLiteral("-geometry"), geometry}));
-        return testDesktop().waitForWindow(QLatin1Char('^') + title + QLatin1Char('$'), 10000, processEvents);
-    }
-
-    std::vector<xcb_atom_t> netWmState(xcb_window_t window)
-    {
-        std::vector<xcb_atom_t> states;
-        xcb_ewmh_get_atoms_reply_t reply{};
-        if (xcb_ewmh_get_wm_state_reply(x11.ewmh(), xcb_ewmh_get_wm_state(x11.ewmh(), window), &reply, nullptr)) {
-            states.assign(reply.atoms, reply.atoms + reply.atoms_len);
-            xcb_ewmh_get_atoms_reply_wipe(&reply);
-        }
-        return states;
-    }
-
-    XcbReply<xcb_get_window_attributes_reply_t> attributes(xcb_window_t window)
-    {
-        return XcbReply<xcb_get_window_attributes_reply_t>(xcb_get_window_attributes_reply(
-            x11.connection(), xcb_get_window_attributes(x11.connection(), window), nullptr));
-    }
-
-    // Unmapped windows count in the stacking order too; they are skipped.
-    xcb_window_t topmostViewableChildOfRoot()
-    {
-        XcbReply<xcb_query_tree_reply_t> tree(
-            xcb_query_tree_reply(x11.connection(), xcb_query_tree(x11.connection(), x11.root()), nullptr));
-        const xcb_window_t *children = xcb_query_tree_children(tree.get());
-        for (int i = xcb_query_tree_children_length(tree.get()) - 1; i >= 0; --i) {
-            const auto state = attributes(children[i]);
-            if (state && state->map_state == XCB_MAP_STATE_VIEWABLE)
-                return children[i];
-        }
-        return XCB_WINDOW_NONE;
-    }
+    void TearDown() override { switchToWorkspace(0); }
 
     bool switchToWorkspace(int index)
     {
         return runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("set_desktop"), QString::number(index)}).ok();
     }
+    bool becomesActive(quint64 window)
+    {
+        desktop.activateWindow(window);
+        return QTest::qWaitFor([&] { return desktop.activeWindow() == window; });
+    }
 
     X11Connection x11;
     X11Desktop desktop{x11};
-    std::vector<pid_t> started;
 };
 
-TEST_F(DesktopTest, ActiveWindowIsReadAndGivenBack)
+TEST_F(DesktopTest, OverlayShowsTheBackdropDimmedStaysOnTopEverywhereAndHoldsTheKeyboardWhileShown)
 {
-    const quint64 first = startXterm(QStringLiteral("pixmora-e2e-first"), QStringLiteral("40x8+2000+100"));
-    const quint64 second = startXterm(QStringLiteral("pixmora-e2e-second"), QStringLiteral("40x8+2600+100"));
-    ASSERT_NE(first, 0u);
-    ASSERT_NE(second, 0u);
-    desktop.activateWindow(first);
-    EXPECT_TRUE(waitFor([&] { return desktop.activeWindow() == first; }));
-    desktop.activateWindow(second);
-    EXPECT_TRUE(waitFor([&] { return desktop.activeWindow() == second; }));
-}
-
-TEST_F(DesktopTest, OverlayStaysOnTopOnEveryWorkspaceAndTakesTheKeyboard)
-{
-    const quint64 xterm = startXterm(QStringLiteral("pixmora-e2e-focused"), QStringLiteral("40x8+100+100"));
-    ASSERT_NE(xterm, 0u);
-    desktop.activateWindow(xterm);
-    ASSERT_TRUE(waitFor([&] { return desktop.activeWindow() == xterm; }));
-
-    KeyRecorder overlay;
-    overlay.setGeometry(0, 0, 960, 1080);
-    overlay.create();
-    desktop.makeOverlay(&overlay);
-    overlay.show();
-    ASSERT_TRUE(waitFor([&] { return overlay.isExposed(); }));
-    desktop.giveKeyboardTo(&overlay);
-    const auto window = static_cast<xcb_window_t>(overlay.winId());
-    EXPECT_TRUE(attributes(window)->override_redirect) << "the window manager must not stack or move it";
-    EXPECT_EQ(topmostViewableChildOfRoot(), window);
-    // Raising a managed window does not put it above the overlay.
-    runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("windowraise"), QString::number(xterm)});
-    waitFor([] { return false; }, 200);
-    EXPECT_EQ(topmostViewableChildOfRoot(), window);
-
-    runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("key"), QStringLiteral("a")});
-    EXPECT_TRUE(waitFor([&] { return overlay.keys.contains(Qt::Key_A); })) << "keys go to the overlay";
-
-    ASSERT_TRUE(switchToWorkspace(1));
-    EXPECT_EQ(attributes(window)->map_state, XCB_MAP_STATE_VIEWABLE);
-    ASSERT_TRUE(switchToWorkspace(0));
-
-    overlay.hide();
-    processEvents();
-    // Released: another client can take the keyboard now.
-    xcb_connection_t *other = xcb_connect(testDesktop().display().toLocal8Bit().constData(), nullptr);
-    const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(other)).data->root;
-    XcbReply<xcb_grab_keyboard_reply_t> grab(xcb_grab_keyboard_reply(
-        other, xcb_grab_keyboard(other, 0, root, XCB_CURRENT_TIME, XCB_GRAB_MODE_ASYNC, XCB_GRAB_MODE_ASYNC),
-        nullptr));
-    EXPECT_TRUE(grab && grab->status == XCB_GRAB_STATUS_SUCCESS);
-    xcb_disconnect(other);
-}
-
-TEST_F(DesktopTest, OverlayBackdropIsDrawnDimmedExactlyAsQPainterDimsIt)
-{
-    // On LEFT, at scale 2: 200 x 150 points are 400 x 300 pixels at (200, 200).
-    QImage backdrop = rootPattern(QSize(400, 300));
+    const Xterm xterm(QStringLiteral("pixmora-e2e-focused"), QStringLiteral("40x8+100+100"));
+    ASSERT_TRUE(becomesActive(xterm.window));
     QWindow overlay;
-    overlay.setGeometry(100, 100, 200, 150);
+    overlay.setGeometry(0, 0, 960, 1080);  // LEFT: 1920 x 2160 pixels
     overlay.create();
     desktop.makeOverlay(&overlay);
     overlay.show();
-    ASSERT_TRUE(waitFor([&] { return overlay.isExposed(); }));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&overlay));
+    desktop.giveKeyboardTo(&overlay);
+    EXPECT_FALSE(keyboardIsFree());
 
+    const QImage backdrop = rootPattern(QSize(1920, 2160));
     const QColor dim = QColor::fromRgbF(0, 0, 0, 0.25);
     ASSERT_TRUE(desktop.drawOverlayBackdrop(&overlay, backdrop, dim));
-    QImage expected = backdrop.convertToFormat(QImage::Format_RGB32);
+    QImage expected = backdrop;
     QPainter(&expected).fillRect(expected.rect(), dim);
-    const QImage shown = x11.images().read(x11.root(), QRect(200, 200, 400, 300), QRect(0, 0, 3840, 2160));
-    EXPECT_EQ(firstDifference(shown, expected), std::nullopt);
-
+    const auto shown = [&] { return x11.images().read(x11.root(), QRect(0, 0, 1920, 2160), QRect(0, 0, 3840, 2160)); };
+    EXPECT_EQ(firstDifference(shown(), expected), std::nullopt);
     // A backdrop of another size is not stretched: the overlay has to paint it.
-    EXPECT_FALSE(desktop.drawOverlayBackdrop(&overlay, rootPattern(QSize(200, 150)), dim));
+    EXPECT_FALSE(desktop.drawOverlayBackdrop(&overlay, rootPattern(QSize(960, 1080)), dim));
     EXPECT_FALSE(desktop.drawOverlayBackdrop(&overlay, QImage(), dim));
+
+    // Still all that shows with the xterm raised, and on another workspace.
+    runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("windowraise"), QString::number(xterm.window)});
+    QTest::qWait(200);
+    EXPECT_EQ(firstDifference(shown(), expected), std::nullopt);
+    ASSERT_TRUE(switchToWorkspace(1));
+    QTest::qWait(200);
+    EXPECT_EQ(firstDifference(shown(), expected), std::nullopt);
+    overlay.hide();
+    EXPECT_TRUE(QTest::qWaitFor(keyboardIsFree));
 }
 
-TEST_F(DesktopTest, FloatingPanelIsStickyAboveAndNeverFocused)
+TEST_F(DesktopTest, FloatingPanelIsStickyAboveAndNeverTakesTheFocus)
 {
-    const quint64 xterm = startXterm(QStringLiteral("pixmora-e2e-working"), QStringLiteral("40x8+2000+500"));
-    ASSERT_NE(xterm, 0u);
-    desktop.activateWindow(xterm);
-    ASSERT_TRUE(waitFor([&] { return desktop.activeWindow() == xterm; }));
+    const Xterm first(QStringLiteral("pixmora-e2e-first"), QStringLiteral("40x8+2000+100"));
+    const Xterm second(QStringLiteral("pixmora-e2e-second"), QStringLiteral("40x8+2600+100"));
+    ASSERT_TRUE(becomesActive(first.window));
+    ASSERT_TRUE(becomesActive(second.window));
 
-    SolidWindow panel(QStringLiteral("pixmora-e2e-panel"), Qt::yellow, QRect(3500, 1900, 300, 200));
+    SolidWindow panel(Qt::yellow, QRect(3500, 1900, 300, 200));
     panel.setWindowFlag(Qt::FramelessWindowHint);
     desktop.makeFloatingPanel(&panel);
     panel.show();
-    ASSERT_TRUE(waitUntilMapped(panel));
-    const xcb_window_t window = panel.winId();
-    xcb_ewmh_connection_t *ewmh = x11.ewmh();
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(&panel));
+    const quint64 window = panel.winId();
     // Window managers show "sticky" as the state or as desktop 0xFFFFFFFF (openbox).
-    auto has = [&](xcb_atom_t state) { return std::ranges::count(netWmState(window), state) == 1; };
-    EXPECT_TRUE(waitFor([&] {
-        uint32_t workspace = 0;
-        xcb_ewmh_get_wm_desktop_reply(ewmh, xcb_ewmh_get_wm_desktop(ewmh, window), &workspace, nullptr);
-        return has(ewmh->_NET_WM_STATE_ABOVE) && has(ewmh->_NET_WM_STATE_SKIP_TASKBAR)
-               && has(ewmh->_NET_WM_STATE_SKIP_PAGER) && (has(ewmh->_NET_WM_STATE_STICKY) || workspace == 0xFFFFFFFF);
+    EXPECT_TRUE(QTest::qWaitFor([&] {
+        const QByteArray p = runOnDesktop(QStringLiteral("xprop"), {QStringLiteral("-id"), QString::number(window)}).output;
+        return p.contains("_NET_WM_STATE_ABOVE") && p.contains("_NET_WM_STATE_SKIP_TASKBAR")
+               && p.contains("_NET_WM_STATE_SKIP_PAGER") && p.contains("accepts input or input focus: False")
+               && (p.contains("_NET_WM_STATE_STICKY") || p.contains("_NET_WM_DESKTOP(CARDINAL) = 4294967295"));
     }));
-    xcb_icccm_wm_hints_t hints{};
-    ASSERT_TRUE(xcb_icccm_get_wm_hints_reply(x11.connection(), xcb_icccm_get_wm_hints(x11.connection(), window),
-                                             &hints, nullptr));
-    EXPECT_FALSE(hints.input) << "the panel must not take the focus";
-    EXPECT_EQ(desktop.activeWindow(), xterm);
+    EXPECT_EQ(desktop.activeWindow(), second.window);
 
     X11ScreenCapture capture(x11);
-    auto listed = [&] {
+    const auto listed = [&](quint64 id) {
         const WindowList windows = capture.windows();
-        const auto it = std::ranges::find_if(windows, [&](const WindowInfo &w) { return w.id == window; });
-        return it == windows.end() ? std::optional<WindowInfo>() : *it;
+        const auto it = std::ranges::find(windows, id, &WindowInfo::id);
+        return it != windows.end() && it->onScreen ? std::optional(*it) : std::nullopt;
     };
-    ASSERT_TRUE(waitFor([&] { return listed() && listed()->onScreen; }));
-    EXPECT_EQ(listed()->layer, 3);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return listed(window).has_value(); }));
+    EXPECT_EQ(listed(window)->layer, 3) << "kept above";
     ASSERT_TRUE(switchToWorkspace(1));
-    EXPECT_TRUE(waitFor([&] { return listed() && listed()->onScreen; })) << "on every workspace";
-    EXPECT_TRUE(waitFor([&] {
-        const WindowList windows = capture.windows();
-        return std::ranges::none_of(windows, [&](const WindowInfo &w) { return w.id == xterm && w.onScreen; });
-    })) << "windows of another workspace are not on screen";
+    EXPECT_TRUE(QTest::qWaitFor([&] { return listed(window) && !listed(second.window); }))
+        << "the panel is on every workspace, the xterm is not";
 }
 
 TEST_F(DesktopTest, RevealAsksTheFileManagerToSelectTheItem)
 {
-    FileManagerService fileManager;
+    FileManagerService fileManager;  // unregistered when it goes
     QDBusConnection bus = QDBusConnection::sessionBus();
     ASSERT_TRUE(bus.registerObject(QStringLiteral("/org/freedesktop/FileManager1"), &fileManager,
                                    QDBusConnection::ExportAllSlots));
     ASSERT_TRUE(bus.registerService(QStringLiteral("org.freedesktop.FileManager1")));
-
     desktop.revealInFileManager(QStringLiteral("/tmp/Pixmora Shots/Screenshot 1.png"));
     desktop.revealInFileManager(QStringLiteral("/tmp/Pixmora Shots"));
-    EXPECT_TRUE(waitFor([&] { return fileManager.shown.size() == 2; }));
+    EXPECT_TRUE(QTest::qWaitFor([&] { return fileManager.shown.size() == 2; }));
     EXPECT_EQ(fileManager.shown, (QStringList{QStringLiteral("file:///tmp/Pixmora%20Shots/Screenshot%201.png"),
                                                QStringLiteral("file:///tmp/Pixmora%20Shots")}));
+}
 
-    bus.unregisterService(QStringLiteral("org.freedesktop.FileManager1"));
-    bus.unregisterObject(QStringLiteral("/org/freedesktop/FileManager1"));
+class HotKeysTest : public ::testing::Test {
+protected:
+    HotKeysTest() { hotKeys.onPressed = [this](quint32 id) { pressed.push_back(id); }; }
+    void press(const QString &keys)
+    {
+        ASSERT_TRUE(runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("key"), keys}).ok());
+    }
+    bool arrives(const std::vector<quint32> &expected)
+    {
+        return QTest::qWaitFor([&] { return pressed == expected; }, 3000);
+    }
+
+    static constexpr quint32 controlShift = 0x1200;
+    X11Connection x11;
+    X11HotKeys hotKeys{x11};
+    std::vector<quint32> pressed;
+};
+
+TEST_F(HotKeysTest, ControlShiftDigitsDeliverTheirIdsWhateverTheLockKeys)
+{
+    // Portable key codes: 18..21 are the digits 1..4.
+    EXPECT_FALSE(hotKeys.grab(5, 0, controlShift));
+    EXPECT_FALSE(hotKeys.grab(5, 22, controlShift));
+    ASSERT_TRUE(hotKeys.grab(7, 20, controlShift));
+    ASSERT_TRUE(hotKeys.grab(9, 18, controlShift));
+    press(QStringLiteral("ctrl+shift+3"));
+    EXPECT_TRUE(arrives({7}));
+    press(QStringLiteral("ctrl+shift+1"));
+    EXPECT_TRUE(arrives({7, 9}));
+    press(QStringLiteral("ctrl+3"));
+    press(QStringLiteral("ctrl+shift+alt+3"));
+    QTest::qWait(300);
+    EXPECT_EQ(pressed, (std::vector<quint32>{7, 9})) << "other modifiers are another shortcut";
+
+    for (const QString &lock : {QStringLiteral("Num_Lock"), QStringLiteral("Caps_Lock")}) {
+        SCOPED_TRACE(lock.toStdString());
+        pressed.clear();
+        press(lock);
+        press(QStringLiteral("ctrl+shift+3"));
+        EXPECT_TRUE(arrives({7}));
+        press(lock);
+    }
+}
+
+TEST_F(HotKeysTest, AShortcutHeldElsewhereIsRefusedUntilReleased)
+{
+    Client other = otherClient();
+    ASSERT_TRUE(grabShortcut(other.get(), '4'));
+    EXPECT_FALSE(hotKeys.grab(4, 21, controlShift));
+    EXPECT_TRUE(hotKeys.grab(2, 19, controlShift)) << "a refusal leaves other shortcuts alone";
+    other.reset();
+    // The server frees the grab once it notices the other client left.
+    EXPECT_TRUE(QTest::qWaitFor([&] { return hotKeys.grab(4, 21, controlShift); }));
+    press(QStringLiteral("ctrl+shift+4"));
+    EXPECT_TRUE(arrives({4}));
+
+    auto temporary = std::make_unique<X11HotKeys>(x11);
+    ASSERT_TRUE(temporary->grab(1, 20, controlShift));
+    EXPECT_FALSE(grabShortcut(otherClient().get(), '3'));
+    temporary.reset();
+    EXPECT_TRUE(grabShortcut(otherClient().get(), '3')) << "destroying the service released its grabs";
 }
 
 } // namespace

@@ -2,63 +2,46 @@
 
 #include "VirtualDesktop.h"
 
-#include <QColor>
+#include <QDebug>
 #include <QImage>
 #include <QWidget>
 
-#include <functional>
 #include <optional>
 #include <ostream>
 
 // Readable values in failure messages.
-inline void PrintTo(const QRect &rect, std::ostream *out)
-{
-    *out << "QRect(" << rect.x() << ", " << rect.y() << ", " << rect.width() << " x " << rect.height() << ")";
-}
-inline void PrintTo(const QPoint &point, std::ostream *out)
-{
-    *out << "QPoint(" << point.x() << ", " << point.y() << ")";
-}
-inline void PrintTo(const QSize &size, std::ostream *out)
-{
-    *out << "QSize(" << size.width() << " x " << size.height() << ")";
-}
-inline void PrintTo(const QString &text, std::ostream *out)
-{
-    *out << '"' << text.toStdString() << '"';
-}
+inline void PrintTo(const QRect &value, std::ostream *out) { *out << qPrintable(QDebug::toString(value)); }
+inline void PrintTo(const QPoint &value, std::ostream *out) { *out << qPrintable(QDebug::toString(value)); }
+inline void PrintTo(const QString &value, std::ostream *out) { *out << qPrintable(QDebug::toString(value)); }
 
 namespace pixmora::e2e {
 
-// The desktop that main() starts for all tests of this program: 3840 x 2160,
-// monitors LEFT and RIGHT (Qt scales LEFT by 2), openbox.
-VirtualDesktop &testDesktop();
+// main() runs all tests on one desktop: 3840 x 2160 pixels, monitors LEFT and
+// RIGHT (Qt scales LEFT by 2), openbox and a session bus.
 
-void processEvents();
-// Waits while Qt handles events.
-bool waitFor(const std::function<bool()> &condition, int timeoutMs = 5000);
-// Runs a command on the test desktop while Qt keeps handling events.
+// Runs a program on the desktop while Qt keeps handling events.
 VirtualDesktop::Result runOnDesktop(const QString &program, const QStringList &arguments);
 
-// Waits until no window shows on the screen any more (closing ones are
-// unmapped asynchronously by the server and the window manager).
-bool waitUntilDesktopIsEmpty();
+// An xterm with a known title, stopped when this goes.
+struct Xterm {
+    Xterm(const QString &title, const QString &geometry);
+    ~Xterm();
 
-// A pattern in which every pixel of the root window has its own colour.
-QImage rootPattern(QSize size);
-// Makes the image the root window's background (what shows where no window is).
-void paintRoot(const QImage &image);
-
-// The first pixel where two equally sized images differ, or nothing.
-std::optional<QPoint> firstDifference(const QImage &actual, const QImage &expected);
+    const pid_t pid;
+    const quint64 window;  // 0 when it did not show up
+};
 
 // A top-level window of ours filled with one colour.
 class SolidWindow : public QWidget {
 public:
-    SolidWindow(const QString &title, QColor colour, const QRect &geometry);
+    SolidWindow(QColor colour, const QRect &geometry);
 };
 
-// Waits until the window manager has framed and mapped a shown widget.
-bool waitUntilMapped(QWidget &widget);
+// A pattern in which every pixel of the screen has its own colour.
+QImage rootPattern(QSize size);
+
+// The first pixel where two equally sized 32-bit images differ, padding byte
+// included (an RGB32 image must read 0xff there), or nothing.
+std::optional<QPoint> firstDifference(const QImage &actual, const QImage &expected);
 
 } // namespace pixmora::e2e

@@ -6,7 +6,6 @@
 #include <QStandardPaths>
 
 #include <fcntl.h>
-#include <poll.h>
 #include <signal.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -14,7 +13,6 @@
 
 #include <algorithm>
 #include <chrono>
-#include <cstdlib>
 #include <stdexcept>
 #include <thread>
 
@@ -22,40 +20,30 @@ namespace pixmora::e2e {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-constexpr int firstDisplay = 100;
-constexpr int displayRange = 400;
-constexpr int readyTimeoutMs = 10000;
-
-std::runtime_error failure(const QString &message)
+QStringList words(const char *text)
 {
-    return std::runtime_error(message.toStdString());
+    return QString::fromLatin1(text).split(QLatin1Char(' '));
 }
 
-bool exited(pid_t pid)
+[[noreturn]] void fail(const QString &message)
 {
-    int status = 0;
-    return waitpid(pid, &status, WNOHANG) == pid;
+    throw std::runtime_error(message.toStdString());
 }
 
-int exitCodeOf(int status)
+QByteArray contents(const QString &path)
 {
-    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-// Reads what a non-blocking pipe holds; false once the writer closed it.
-bool readAvailable(int fd, QByteArray &into)
+void stopGroup(pid_t pid)
 {
-    char buffer[65536];
-    for (;;) {
-        const ssize_t n = read(fd, buffer, sizeof buffer);
-        if (n == 0)
-            return false;
-        if (n < 0)
-            return true;
-        into.append(buffer, n);
+    kill(-pid, SIGTERM);  // lets Xvfb remove its lock file
+    if (!VirtualDesktop::waitUntil([pid] { return waitpid(pid, nullptr, WNOHANG) == pid; }, 2000)) {
+        kill(-pid, SIGKILL);
+        waitpid(pid, nullptr, 0);
     }
+    kill(-pid, SIGKILL);  // whatever else is left in its group
 }
 
 } // namespace
@@ -68,51 +56,45 @@ std::vector<VirtualDesktop::Monitor> VirtualDesktop::leftAndRight(QSize size)
 }
 
 VirtualDesktop::VirtualDesktop(const Options &options)
-    : m_options(options)
 {
     char folder[] = "/tmp/pixmora-desktop-XXXXXX";
     if (!mkdtemp(folder))
-        throw failure(QStringLiteral("cannot create a log folder"));
+        fail(QStringLiteral("cannot create a log folder"));
     m_logFolder = QString::fromLocal8Bit(folder);
     try {
-        if (!startServer())
-            throw failure(QStringLiteral("no X server could be started; Xvfb said: ") + logTail(QStringLiteral("Xvfb.log")));
-        if (m_options.sessionBus) {
-            const QString socket = m_logFolder + QStringLiteral("/bus");
-            startAndWaitFor(QStringLiteral("dbus-daemon"),
-                            {QStringLiteral("--session"), QStringLiteral("--nofork"), QStringLiteral("--nopidfile"),
-                             QStringLiteral("--address=unix:path=") + socket},
-                            [&] { return QFile::exists(socket); });
-            m_busAddress = QStringLiteral("unix:path=") + socket;
+        // Xvfb picks a free display number and tells it once it accepts clients.
+        // Without -noreset it forgets its monitors whenever its last client leaves.
+        const QStringList xvfb = words("-displayfd 1 -nolisten tcp -noreset -screen 0")
+                                 << QStringLiteral("%1x%2x24").arg(options.size.width()).arg(options.size.height());
+        m_display = QLatin1Char(':') + startAndReadLine(QStringLiteral("Xvfb"), xvfb);
+        qputenv("DISPLAY", m_display.toLocal8Bit());
+        qputenv("XDG_SESSION_TYPE", "x11");
+        qputenv("QT_QPA_PLATFORM", "xcb");
+        qunsetenv("WAYLAND_DISPLAY");
+        if (options.sessionBus) {
+            const QStringList bus = words("--session --nofork --nopidfile --print-address")
+                                    << QStringLiteral("--address=unix:tmpdir=") + m_logFolder;
+            qputenv("DBUS_SESSION_BUS_ADDRESS", startAndReadLine(QStringLiteral("dbus-daemon"), bus).toLocal8Bit());
         }
-        for (size_t i = 0; i < m_options.monitors.size(); ++i) {
+        for (const Monitor &monitor : options.monitors) {
             // 96 dots per inch, so that Qt derives no scale of its own from the physical size.
-            const QRect rect = m_options.monitors[i].rect;
-            const QString geometry = QStringLiteral("%1/%2x%3/%4+%5+%6")
-                                         .arg(rect.width()).arg(rect.width() * 254 / 960)
-                                         .arg(rect.height()).arg(rect.height() * 254 / 960)
-                                         .arg(rect.x()).arg(rect.y());
+            const QRect r = monitor.rect;
+            const QString geometry = QStringLiteral("%1/%2x%3/%4+%5+%6").arg(r.width()).arg(r.width() * 254 / 960)
+                                         .arg(r.height()).arg(r.height() * 254 / 960).arg(r.x()).arg(r.y());
             // Xvfb's one output is called "screen"; the first monitor takes it over.
-            runOrThrow(QStringLiteral("xrandr"), {QStringLiteral("--setmonitor"), m_options.monitors[i].name, geometry,
-                                                  i == 0 ? QStringLiteral("screen") : QStringLiteral("none")});
+            const char *output = &monitor == &options.monitors.front() ? "screen" : "none";
+            const Result added = run(QStringLiteral("xrandr"), words("--setmonitor") << monitor.name << geometry << output);
+            if (!added.ok())
+                fail(QStringLiteral("xrandr --setmonitor failed: ") + QString::fromLocal8Bit(added.errors));
         }
-        if (m_options.windowManager) {
+        if (options.windowManager) {
             startAndWaitFor(QStringLiteral("openbox"), {}, [this] {
-                return run(QStringLiteral("xprop"), {QStringLiteral("-root"), QStringLiteral("_NET_SUPPORTING_WM_CHECK")})
-                    .output.contains("window id");
+                return run(QStringLiteral("xprop"), words("-root _NET_SUPPORTING_WM_CHECK")).output.contains("window id");
             });
         }
-        if (m_options.trayHost) {
-            startAndWaitFor(QStringLiteral("trayer"),
-                            {QStringLiteral("--edge"), QStringLiteral("top"), QStringLiteral("--align"), QStringLiteral("right"),
-                             QStringLiteral("--widthtype"), QStringLiteral("request"), QStringLiteral("--height"),
-                             QStringLiteral("24")},
-                            [this] {
-                                const Result found = run(QStringLiteral("xdotool"), {QStringLiteral("search"),
-                                                                                     QStringLiteral("--classname"),
-                                                                                     QStringLiteral("trayer")});
-                                return found.ok() && !found.output.trimmed().isEmpty();
-                            });
+        if (options.trayHost) {
+            startAndWaitFor(QStringLiteral("trayer"), words("--edge top --align right --widthtype request --height 24"),
+                            [this] { return run(QStringLiteral("xdotool"), words("search --classname trayer")).ok(); });
         }
     } catch (...) {
         shutdown();
@@ -120,126 +102,46 @@ VirtualDesktop::VirtualDesktop(const Options &options)
     }
 }
 
-VirtualDesktop::~VirtualDesktop()
-{
-    shutdown();
-}
-
-QString VirtualDesktop::logTail(const QString &logName) const
-{
-    QFile log(m_logFolder + QLatin1Char('/') + logName);
-    return log.open(QIODevice::ReadOnly) ? QString::fromLocal8Bit(log.readAll().right(2000)) : QString();
-}
+VirtualDesktop::~VirtualDesktop() { shutdown(); }
 
 void VirtualDesktop::shutdown()
 {
-    {
-        std::lock_guard lock(m_ranMutex);
-        for (pid_t group : m_ranGroups)
-            kill(-group, SIGKILL);
-        m_ranGroups.clear();
-    }
-    while (!m_started.empty()) {
-        stopProcessGroup(m_started.back());
-        m_started.pop_back();
-    }
-    if (m_server > 0)
-        stopProcessGroup(m_server);
-    m_server = -1;
-    if (!m_logFolder.isEmpty())
-        QDir(m_logFolder).removeRecursively();
-    m_logFolder.clear();
+    for (pid_t group : m_ranGroups)
+        kill(-group, SIGKILL);
+    for (; !m_started.empty(); m_started.pop_back())
+        stopGroup(m_started.back());
+    QDir(m_logFolder).removeRecursively();
 }
 
-bool VirtualDesktop::startServer()
+QString VirtualDesktop::logOf(const QString &program, const char *suffix) const
 {
-    // A display is free when neither a lock file nor a socket claims it;
-    // Xvfb's own lock file settles a race with a parallel test (the loser
-    // exits and we move on). Starting at a pid-dependent number keeps
-    // parallel tests from trying the same numbers first.
-    const int offset = static_cast<int>(getpid() % displayRange);
-    for (int i = 0; i < displayRange; ++i) {
-        const int number = firstDisplay + (offset + i) % displayRange;
-        if (QFile::exists(QStringLiteral("/tmp/.X%1-lock").arg(number))
-            || QFile::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(number)))
-            continue;
-        m_displayNumber = number;
-        const QString screen = QStringLiteral("%1x%2x24").arg(m_options.size.width()).arg(m_options.size.height());
-        const pid_t server = spawn(QStringLiteral("Xvfb"),
-                                   {display(), QStringLiteral("-screen"), QStringLiteral("0"), screen,
-                                    QStringLiteral("-nolisten"), QStringLiteral("tcp"),
-                                    // Without it the server resets, and forgets its
-                                    // monitors, whenever its last client leaves.
-                                    QStringLiteral("-noreset")},
-                                   QStringLiteral("Xvfb.log"), -1, -1);
-        bool gone = false;
-        const bool ready = waitUntil(
-            [&] {
-                gone = exited(server);
-                return gone || run(QStringLiteral("xdpyinfo"), {}, 2000).ok();
-            },
-            readyTimeoutMs);
-        if (ready && !gone) {
-            m_server = server;
-            return true;
-        }
-        if (!gone)
-            stopProcessGroup(server);
-    }
-    return false;
+    return m_logFolder + QLatin1Char('/') + QFileInfo(program).fileName() + QLatin1String(suffix);
 }
 
-QProcessEnvironment VirtualDesktop::environment() const
-{
-    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("DISPLAY"), display());
-    environment.insert(QStringLiteral("XDG_SESSION_TYPE"), QStringLiteral("x11"));
-    environment.insert(QStringLiteral("QT_QPA_PLATFORM"), QStringLiteral("xcb"));
-    environment.remove(QStringLiteral("WAYLAND_DISPLAY"));
-    if (!m_busAddress.isEmpty())
-        environment.insert(QStringLiteral("DBUS_SESSION_BUS_ADDRESS"), m_busAddress);
-    return environment;
-}
-
-pid_t VirtualDesktop::spawn(const QString &program, const QStringList &arguments, const QString &logName,
-                            int outputFd, int errorFd) const
+pid_t VirtualDesktop::spawn(const QString &program, const QStringList &arguments, const QString &outputPath,
+                            const QString &errorPath) const
 {
     const QString path = program.contains(QLatin1Char('/')) ? program : QStandardPaths::findExecutable(program);
     if (path.isEmpty())
-        throw failure(QStringLiteral("program not found: ") + program);
+        fail(QStringLiteral("program not found: ") + program);
 
     // Everything the child needs is prepared before fork(): after it, a
     // multithreaded parent's child may only make async-signal-safe calls.
-    std::vector<QByteArray> argumentBytes{QFile::encodeName(path)};
+    std::vector<QByteArray> bytes{QFile::encodeName(path)};
     for (const QString &argument : arguments)
-        argumentBytes.push_back(argument.toLocal8Bit());
+        bytes.push_back(argument.toLocal8Bit());
     std::vector<char *> argv;
-    for (QByteArray &argument : argumentBytes)
+    for (QByteArray &argument : bytes)
         argv.push_back(argument.data());
     argv.push_back(nullptr);
-    std::vector<QByteArray> environmentBytes;
-    for (const QString &entry : environment().toStringList())
-        environmentBytes.push_back(entry.toLocal8Bit());
-    std::vector<char *> envp;
-    for (QByteArray &entry : environmentBytes)
-        envp.push_back(entry.data());
-    envp.push_back(nullptr);
-
+    const int flags = O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC;
     const int input = open("/dev/null", O_RDONLY | O_CLOEXEC);
-    int log = -1;
-    if (outputFd < 0 || errorFd < 0) {
-        const QByteArray logPath = QFile::encodeName(m_logFolder + QLatin1Char('/') + logName);
-        log = open(logPath.constData(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0644);
-        if (outputFd < 0)
-            outputFd = log;
-        if (errorFd < 0)
-            errorFd = log;
-    }
+    const int output = open(QFile::encodeName(outputPath).constData(), flags, 0644);
+    const int errors = open(QFile::encodeName(errorPath).constData(), flags, 0644);
     const pid_t parent = getpid();
     const pid_t pid = fork();
     if (pid == 0) {
         setpgid(0, 0);
-        // SIGTERM lets Xvfb remove its lock file; X clients end with the server.
         prctl(PR_SET_PDEATHSIG, SIGTERM);
         if (getppid() != parent)
             _exit(127);
@@ -247,155 +149,98 @@ pid_t VirtualDesktop::spawn(const QString &program, const QStringList &arguments
         sigemptyset(&none);
         sigprocmask(SIG_SETMASK, &none, nullptr);
         dup2(input, STDIN_FILENO);
-        dup2(outputFd, STDOUT_FILENO);
-        dup2(errorFd, STDERR_FILENO);
-        execve(argv[0], argv.data(), envp.data());
+        dup2(output, STDOUT_FILENO);
+        dup2(errors, STDERR_FILENO);
+        execve(argv[0], argv.data(), environ);
         _exit(127);
     }
-    if (input >= 0)
-        close(input);
-    if (log >= 0)
-        close(log);
+    for (int fd : {input, output, errors})
+        close(fd);
     if (pid < 0)
-        throw failure(QStringLiteral("cannot start ") + program);
+        fail(QStringLiteral("cannot start ") + program);
     setpgid(pid, pid);  // also here, so that the group exists before anyone signals it
     return pid;
 }
 
-VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QStringList &arguments, int timeoutMs,
-                                           const std::function<void()> &whileWaiting) const
+pid_t VirtualDesktop::start(const QString &program, const QStringList &arguments)
 {
-    int outputPipe[2];
-    int errorPipe[2];
-    if (pipe2(outputPipe, O_CLOEXEC) != 0)
-        throw failure(QStringLiteral("cannot create a pipe"));
-    if (pipe2(errorPipe, O_CLOEXEC) != 0) {
-        close(outputPipe[0]);
-        close(outputPipe[1]);
-        throw failure(QStringLiteral("cannot create a pipe"));
-    }
-    fcntl(outputPipe[0], F_SETFL, O_NONBLOCK);
-    fcntl(errorPipe[0], F_SETFL, O_NONBLOCK);
-    pid_t pid = -1;
-    try {
-        pid = spawn(program, arguments, {}, outputPipe[1], errorPipe[1]);
-    } catch (...) {
-        for (int fd : {outputPipe[0], outputPipe[1], errorPipe[0], errorPipe[1]})
-            close(fd);
-        throw;
-    }
-    close(outputPipe[1]);
-    close(errorPipe[1]);
-
-    Result result;
-    bool outputOpen = true;
-    bool errorOpen = true;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        // A closed pipe is left out (a negative descriptor), or poll() would spin.
-        pollfd fds[] = {{outputOpen ? outputPipe[0] : -1, POLLIN, 0}, {errorOpen ? errorPipe[0] : -1, POLLIN, 0}};
-        poll(fds, 2, whileWaiting ? 5 : 20);
-        outputOpen = outputOpen && readAvailable(outputPipe[0], result.output);
-        errorOpen = errorOpen && readAvailable(errorPipe[0], result.errors);
-        int status = 0;
-        // The program's own exit ends the wait, not the end of its output:
-        // a child it leaves running may keep the pipe open.
-        if (waitpid(pid, &status, WNOHANG) == pid) {
-            readAvailable(outputPipe[0], result.output);
-            readAvailable(errorPipe[0], result.errors);
-            result.exitCode = exitCodeOf(status);
-            break;
-        }
-        if (Clock::now() > deadline) {
-            kill(-pid, SIGKILL);
-            waitpid(pid, &status, 0);
-            result.timedOut = true;
-            break;
-        }
-        if (whileWaiting)
-            whileWaiting();
-    }
-    close(outputPipe[0]);
-    close(errorPipe[0]);
-    if (kill(-pid, 0) == 0) {
-        std::lock_guard lock(m_ranMutex);
-        m_ranGroups.push_back(pid);
-    }
-    return result;
+    m_started.push_back(spawn(program, arguments, logOf(program, ".out"), logOf(program, ".log")));
+    return m_started.back();
 }
 
 void VirtualDesktop::startAndWaitFor(const QString &program, const QStringList &arguments,
                                      const std::function<bool()> &ready)
 {
-    const QString log = program + QStringLiteral(".log");
-    m_started.push_back(spawn(program, arguments, log, -1, -1));
-    if (!waitUntil(ready, readyTimeoutMs))
-        throw failure(program + QStringLiteral(" did not start: ") + logTail(log));
+    start(program, arguments);
+    if (!waitUntil(ready, 10000))
+        fail(program + QStringLiteral(" did not start: ")
+             + QString::fromLocal8Bit(contents(logOf(program, ".log")).right(2000)));
 }
 
-void VirtualDesktop::runOrThrow(const QString &program, const QStringList &arguments) const
+QString VirtualDesktop::startAndReadLine(const QString &program, const QStringList &arguments)
 {
-    const Result result = run(program, arguments);
-    if (!result.ok())
-        throw failure(program + QLatin1Char(' ') + arguments.join(QLatin1Char(' ')) + QStringLiteral(" failed: ")
-                      + QString::fromLocal8Bit(result.errors));
-}
-
-pid_t VirtualDesktop::start(const QString &program, const QStringList &arguments)
-{
-    const pid_t pid = spawn(program, arguments, QFileInfo(program).fileName() + QStringLiteral(".log"), -1, -1);
-    m_started.push_back(pid);
-    return pid;
+    const QString output = logOf(program, ".out");
+    startAndWaitFor(program, arguments, [&] { return contents(output).contains('\n'); });
+    const QByteArray line = contents(output);
+    return QString::fromLocal8Bit(line.left(line.indexOf('\n')));
 }
 
 void VirtualDesktop::stop(pid_t pid)
 {
-    const auto it = std::find(m_started.begin(), m_started.end(), pid);
-    if (it == m_started.end())
-        return;
-    m_started.erase(it);
-    stopProcessGroup(pid);
+    const auto it = std::ranges::find(m_started, pid);
+    if (it != m_started.end()) {
+        m_started.erase(it);
+        stopGroup(pid);
+    }
 }
 
-void VirtualDesktop::stopProcessGroup(pid_t pid) const
+VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QStringList &arguments, int timeoutMs,
+                                           const std::function<void()> &whileWaiting) const
 {
-    kill(-pid, SIGTERM);
-    if (!waitUntil([pid] { return exited(pid); }, 2000)) {
+    // Files, not pipes: what the program leaves running may keep a pipe open.
+    const QString outputPath = QStringLiteral("%1/run%2.out").arg(m_logFolder).arg(++m_runs);
+    const QString errorPath = outputPath.chopped(3) + QStringLiteral("err");
+    const pid_t pid = spawn(program, arguments, outputPath, errorPath);
+    Result result;
+    int status = 0;
+    if (waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs, whileWaiting)) {
+        result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    } else {
         kill(-pid, SIGKILL);
         waitpid(pid, nullptr, 0);
+        result.timedOut = true;
     }
-    kill(-pid, SIGKILL);  // whatever else is left in its group
+    if (kill(-pid, 0) == 0)
+        m_ranGroups.push_back(pid);
+    result.output = contents(outputPath);
+    result.errors = contents(errorPath);
+    return result;
 }
 
 bool VirtualDesktop::waitUntil(const std::function<bool()> &condition, int timeoutMs,
                                const std::function<void()> &whileWaiting)
 {
-    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
-    for (;;) {
-        if (condition())
-            return true;
-        if (Clock::now() > deadline)
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
+    while (!condition()) {
+        if (std::chrono::steady_clock::now() > deadline)
             return false;
         if (whileWaiting)
             whileWaiting();
-        std::this_thread::sleep_for(std::chrono::milliseconds(whileWaiting ? 5 : 20));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
+    return true;
 }
 
 quint64 VirtualDesktop::waitForWindow(const QString &namePattern, int timeoutMs,
                                       const std::function<void()> &whileWaiting) const
 {
     quint64 window = 0;
-    waitUntil(
-        [&] {
-            const Result found = run(QStringLiteral("xdotool"),
-                                     {QStringLiteral("search"), QStringLiteral("--onlyvisible"),
-                                      QStringLiteral("--name"), namePattern},
-                                     2000, whileWaiting);
-            window = found.ok() ? found.output.split('\n').first().trimmed().toULongLong() : 0;
-            return window != 0;
-        },
-        timeoutMs, whileWaiting);
+    waitUntil([&] {
+        const QByteArray found = run(QStringLiteral("xdotool"), words("search --onlyvisible --name") << namePattern,
+                                     2000, whileWaiting).output;
+        window = found.split('\n').first().trimmed().toULongLong();
+        return window != 0;
+    }, timeoutMs, whileWaiting);
     return window;
 }
 

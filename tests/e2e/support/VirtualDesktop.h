@@ -1,31 +1,27 @@
 #pragma once
 
-#include <QProcessEnvironment>
 #include <QRect>
-#include <QSize>
-#include <QString>
 #include <QStringList>
 
 #include <sys/types.h>
 
 #include <functional>
-#include <mutex>
 #include <vector>
 
 namespace pixmora::e2e {
 
-// A private X desktop for end-to-end tests: Xvfb on a free display number,
-// optionally split into monitors, with a window manager (openbox), a system
-// tray host (trayer) and a D-Bus session bus. Everything it starts runs in
-// its own process group and is killed by the destructor; direct children
-// also die with this process if it crashes.
+// A private X desktop for end-to-end tests: Xvfb, optionally split into
+// monitors, with a window manager (openbox), a tray host (trayer) and a D-Bus
+// session bus. It points this process's environment (DISPLAY, the bus, Qt's
+// xcb platform) at itself for what it starts and a QGuiApplication made later.
+// What it starts runs in process groups that the destructor kills; direct
+// children also die with this process if it crashes.
 class VirtualDesktop {
 public:
     struct Monitor {
         QString name;
         QRect rect;  // device pixels on the root window
     };
-
     struct Options {
         QSize size{3840, 2160};
         std::vector<Monitor> monitors;  // empty: one monitor covering the screen
@@ -36,19 +32,13 @@ public:
 
     // The screen split into a left and a right half named LEFT and RIGHT.
     static std::vector<Monitor> leftAndRight(QSize size);
-
     // Throws std::runtime_error when the desktop cannot be started.
     explicit VirtualDesktop(const Options &options);
     ~VirtualDesktop();
     VirtualDesktop(const VirtualDesktop &) = delete;
     VirtualDesktop &operator=(const VirtualDesktop &) = delete;
 
-    QString display() const { return QStringLiteral(":%1").arg(m_displayNumber); }
-    QSize size() const { return m_options.size; }
-    // This process's environment pointed at this desktop (DISPLAY, the bus,
-    // QT_QPA_PLATFORM=xcb), for the programs a test starts.
-    QProcessEnvironment environment() const;
-
+    QString display() const { return m_display; }
     struct Result {
         int exitCode = -1;  // -1 when it did not exit normally
         bool timedOut = false;
@@ -56,17 +46,15 @@ public:
         QByteArray errors;
         bool ok() const { return exitCode == 0 && !timedOut; }
     };
-    // Runs a program on this desktop and waits for it to exit. whileWaiting
-    // is called every few milliseconds (process Qt events there when the
-    // program talks to this process, e.g. reading our clipboard). What the
-    // program leaves running (xclip serving a selection) ends with the desktop.
+    // Runs a program and waits for it to exit. whileWaiting is called every few
+    // milliseconds (process Qt events there when the program talks to us, e.g.
+    // reads our clipboard). What it leaves running ends with the desktop.
     Result run(const QString &program, const QStringList &arguments, int timeoutMs = 10000,
                const std::function<void()> &whileWaiting = {}) const;
 
-    // Starts a program that keeps running; it is stopped by stop() or with the desktop.
+    // Starts a program that keeps running until stop() or the desktop's end.
     pid_t start(const QString &program, const QStringList &arguments);
     void stop(pid_t pid);
-
     // Polls until the condition holds; whileWaiting as for run().
     static bool waitUntil(const std::function<bool()> &condition, int timeoutMs,
                           const std::function<void()> &whileWaiting = {});
@@ -75,23 +63,18 @@ public:
                           const std::function<void()> &whileWaiting = {}) const;
 
 private:
-    pid_t spawn(const QString &program, const QStringList &arguments, const QString &logName,
-                int outputFd, int errorFd) const;
-    bool startServer();
+    pid_t spawn(const QString &program, const QStringList &arguments, const QString &outputPath,
+                const QString &errorPath) const;
+    QString startAndReadLine(const QString &program, const QStringList &arguments);
     void startAndWaitFor(const QString &program, const QStringList &arguments, const std::function<bool()> &ready);
-    void runOrThrow(const QString &program, const QStringList &arguments) const;
-    void stopProcessGroup(pid_t pid) const;
+    QString logOf(const QString &program, const char *suffix) const;
     void shutdown();
-    QString logTail(const QString &logName) const;
 
-    Options m_options;
-    int m_displayNumber = -1;
+    QString m_display;
     QString m_logFolder;
-    QString m_busAddress;
-    pid_t m_server = -1;
-    std::vector<pid_t> m_started;               // stopped in reverse order, the server last
-    mutable std::mutex m_ranMutex;
-    mutable std::vector<pid_t> m_ranGroups;     // groups that run() left members in
+    std::vector<pid_t> m_started;            // stopped in reverse order, so the server goes last
+    mutable std::vector<pid_t> m_ranGroups;  // groups that run() left members in
+    mutable int m_runs = 0;
 };
 
 } // namespace pixmora::e2e
