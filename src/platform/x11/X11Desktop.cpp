@@ -81,7 +81,6 @@ public:
         : m_x11(x11)
     {
         m_retry.setSingleShot(true);
-        m_retry.setInterval(20);
         m_retry.callOnTimeout([this] { update(); });
     }
 
@@ -169,7 +168,7 @@ private:
             nullptr));
         m_grabbed = reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
         if (!m_grabbed && ++m_attempts < 50)
-            m_retry.start();
+            m_retry.start(20);
     }
 
     X11Connection &m_x11;
@@ -287,8 +286,9 @@ bool X11Desktop::drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, Q
     XcbReply<xcb_get_geometry_reply_t> geometry(xcb_get_geometry_reply(c, xcb_get_geometry(c, window), nullptr));
     if (!geometry || QSize(geometry->width, geometry->height) != backdrop.size())
         return false;
-    const QImage pixels = backdrop.format() == QImage::Format_RGB32 ? backdrop
-                                                                    : backdrop.convertToFormat(QImage::Format_RGB32);
+    const bool writable = backdrop.format() == QImage::Format_RGB32
+                          || backdrop.format() == QImage::Format_ARGB32_Premultiplied;
+    const QImage pixels = writable ? backdrop : backdrop.convertToFormat(QImage::Format_RGB32);
     return m_x11.images().write(pixels, window, geometry->depth, qPremultiply(dim.rgba()));
 }
 
