@@ -2,8 +2,8 @@
 // window shadow. `--write-desktop=FILE` also saves the synthetic desktop, to
 // show it on an X server and compare with other screenshot tools.
 
-#include "capture/CaptureEngine.h"
-#include "capture/PngEncoder.h"
+#include "image/WindowShadow.h"
+#include "image/PngEncoder.h"
 
 #include <QBuffer>
 #include <QElapsedTimer>
@@ -137,7 +137,7 @@ void BM_WindowShadow(benchmark::State &state)
     const QImage::Format format = state.range(0) ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
     const QImage window = desktop().copy(1450, 260, 2000, 1500).convertToFormat(format);
     for (auto _ : state) {
-        std::optional<QImage> shadowed = CaptureEngine::compositeShadow(window, 2.0);
+        std::optional<QImage> shadowed = compositeShadow(window, 2.0);
         benchmark::DoNotOptimize(shadowed->constBits());
     }
 }

@@ -7,7 +7,7 @@
 // repeat append and compose with memory the heap has handed out before, which
 // separates their own work from the cost of first-touching pages.
 
-#include "platform/ImageMemory.h"
+#include "image/ImageMemory.h"
 #include "platform/x11/HugePageImages.h"
 #include "scroll/ScrollStitcher.h"
 

@@ -3,7 +3,8 @@
 // when the outline moves to another window.
 
 #include "RepaintCounter.h"
-#include "capture/WindowPicker.h"
+#include "capture/WindowPickerController.h"
+#include "capture/WindowPickerView.h"
 #include "platform/fake/FakePlatform.h"
 
 #include <QApplication>
@@ -96,7 +97,7 @@ void BM_HighlightChangeRepaint(benchmark::State &state)
     WindowPickerController picker({first, second}, {display4K}, {{display4K.id, backdrop}}, desktop, noCompletion,
                                   [&cursor] { return cursor; });
     picker.begin();
-    WindowPickerView *panel = picker.panels().front();
+    WindowPickerView *panel = picker.views().front();
     for (int i = 0; i < 200 && !panel->isExposed(); ++i)
         QCoreApplication::processEvents(QEventLoop::AllEvents, 10);
     QCoreApplication::processEvents();

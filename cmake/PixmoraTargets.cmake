@@ -43,3 +43,46 @@ function(pixmora_test name)
     set(env "QT_QPA_PLATFORM=offscreen")
     set_tests_properties(${name} PROPERTIES LABELS ${ARG_LABEL} TIMEOUT ${ARG_TIMEOUT} ENVIRONMENT "${env}")
 endfunction()
+
+# One static library per folder of src/, named pixmora_<folder> ("/" becomes "_").
+# DEPENDS lists the folders it may use: it links their libraries, and the
+# layering check fails the build when a file includes any other folder.
+# PRECOMPILE_QT pays off for folders with many sources that use widgets.
+function(pixmora_library folder)
+    cmake_parse_arguments(ARG "PRECOMPILE_QT" "" "DEPENDS;LIBS" ${ARGN})
+    string(REPLACE "/" "_" name "pixmora_${folder}")
+    file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${folder}/*.cpp
+         ${PROJECT_SOURCE_DIR}/src/${folder}/*.h ${PROJECT_SOURCE_DIR}/src/${folder}/*.qrc)
+    list(FILTER sources EXCLUDE REGEX "/main\\.cpp$")
+    add_library(${name} STATIC ${sources})
+    target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    foreach(dependency IN LISTS ARG_DEPENDS)
+        string(REPLACE "/" "_" dependencyName "pixmora_${dependency}")
+        target_link_libraries(${name} PUBLIC ${dependencyName})
+    endforeach()
+    target_link_libraries(${name} PUBLIC ${ARG_LIBS})
+    pixmora_target_options(${name})
+    if(ARG_PRECOMPILE_QT)
+        pixmora_precompile_qt(${name})
+    endif()
+    add_dependencies(${name} pixmora_layering)
+    set_property(GLOBAL APPEND PROPERTY PIXMORA_FOLDERS ${folder})
+    set_property(GLOBAL PROPERTY PIXMORA_DEPENDS_${name} "${ARG_DEPENDS}")
+endfunction()
+
+# Runs on every build, before any library compiles: cheap, and an include
+# added to an existing file is caught without reconfiguring.
+function(pixmora_layering_check)
+    get_property(folders GLOBAL PROPERTY PIXMORA_FOLDERS)
+    set(rules "set(PIXMORA_FOLDERS \"${folders}\")\n")
+    foreach(folder IN LISTS folders)
+        string(REPLACE "/" "_" name "pixmora_${folder}")
+        get_property(depends GLOBAL PROPERTY PIXMORA_DEPENDS_${name})
+        string(APPEND rules "set(PIXMORA_DEPENDS_${name} \"${depends}\")\n")
+    endforeach()
+    file(WRITE ${PROJECT_BINARY_DIR}/layering-rules.cmake "${rules}")
+    add_custom_target(pixmora_layering
+        COMMAND ${CMAKE_COMMAND} -DSOURCE_DIR=${PROJECT_SOURCE_DIR}/src
+                -DRULES=${PROJECT_BINARY_DIR}/layering-rules.cmake -P ${PROJECT_SOURCE_DIR}/cmake/CheckLayering.cmake
+        COMMENT "Checking that every folder includes only what it may use")
+endfunction()

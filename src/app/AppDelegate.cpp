@@ -1,7 +1,14 @@
 #include "app/AppDelegate.h"
 
+#include "capture/AreaCaptureFlow.h"
+#include "capture/FullScreenCaptureFlow.h"
+#include "capture/WindowCaptureFlow.h"
+#include "platform/Logging.h"
+
+#include <QCursor>
 #include <QMap>
 #include <QMenu>
+#include <QPointer>
 #include <QSystemTrayIcon>
 #include <QTimer>
 
@@ -14,19 +21,15 @@ AppDelegate::AppDelegate(Platform platform, const QString &settingsPath, std::op
     : m_platform(platform),
       m_hotKeys(platform.hotKeys),
       m_settings(settingsPath),
-      m_saveLocation(m_settings, platform.bookmarks, platform.dialogs, platform.desktop),
-      m_previewPresenter(platform.screens, platform.desktop)
+      m_saveLocation(m_settings, platform.bookmarks, &platform.dialogs),
+      m_previewPresenter(platform.screens, platform.desktop),
+      m_history(historyDirectory ? std::make_unique<CaptureHistoryStore>(*historyDirectory) : nullptr),
+      m_delivery(m_settings, m_saveLocation, m_history.get(), platform)
 {
     registerResources();
-    if (historyDirectory)
-        m_history = std::make_unique<CaptureHistoryStore>(*historyDirectory);
 }
 
-AppDelegate::~AppDelegate()
-{
-    delete m_regionController;
-    delete m_windowPicker;
-}
+AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching()
 {
@@ -36,53 +39,158 @@ void AppDelegate::applicationDidFinishLaunching()
             QTimer::singleShot(0, this, &AppDelegate::askLaunchAtLogin);
     }
 
+    const auto command = [self = QPointer<AppDelegate>(this)](void (AppDelegate::*run)()) {
+        return [self, run] {
+            if (self)
+                (self.data()->*run)();
+        };
+    };
+    m_statusMenu = std::make_unique<StatusMenu>(
+        m_settings, m_saveLocation, m_platform.loginItem,
+        StatusMenu::Commands{command(&AppDelegate::startRegionCapture), command(&AppDelegate::startWindowCapture),
+                             command(&AppDelegate::captureFullScreenFromMenu),
+                             command(&AppDelegate::captureFullScreenDelayed), command(&AppDelegate::chooseFolder),
+                             command(&AppDelegate::revealFolder), command(&AppDelegate::toggleLaunchAtLogin),
+                             command(&AppDelegate::showInstructions), command(&AppDelegate::showAbout)});
     m_statusItem = std::make_unique<QSystemTrayIcon>(QIcon(QStringLiteral(":/icons/camera-viewfinder.svg")));
     m_statusItem->setToolTip(QString::fromUtf8("Pixmora — Screenshots"));
-    m_statusItem->setContextMenu(buildMenu());
+    m_statusItem->setContextMenu(m_statusMenu->menu());
     // A left click opens the menu too, as a menu-bar item does.
     connect(m_statusItem.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-        if (reason == QSystemTrayIcon::Trigger && m_menu)
-            m_menu->popup(QCursor::pos());
+        if (reason == QSystemTrayIcon::Trigger)
+            m_statusMenu->menu()->popup(QCursor::pos());
     });
     m_statusItem->show();
 
     const quint32 controlShift = HotKeyCenter::controlKey | HotKeyCenter::shiftKey;
-    const QPointer<AppDelegate> self(this);
-    const auto registerCommand = [this, self, controlShift](quint32 keyCode, void (AppDelegate::*command)()) {
-        m_hotKeys.registerHotKey(keyCode, controlShift, [self, command] {
-            if (self)
-                (self.data()->*command)();
-        });
-    };
-    registerCommand(HotKeyCenter::keyCode1, &AppDelegate::startRegionCapture);
-    registerCommand(HotKeyCenter::keyCode2, &AppDelegate::startWindowCapture);
-    registerCommand(HotKeyCenter::keyCode3, &AppDelegate::startFullScreenCapture);
+    m_hotKeys.registerHotKey(HotKeyCenter::keyCode1, controlShift, command(&AppDelegate::startRegionCapture));
+    m_hotKeys.registerHotKey(HotKeyCenter::keyCode2, controlShift, command(&AppDelegate::startWindowCapture));
+    m_hotKeys.registerHotKey(HotKeyCenter::keyCode3, controlShift, command(&AppDelegate::startFullScreenCapture));
 }
+
+// --- Capture flows ---
+
+bool AppDelegate::beginCaptureFlow()
+{
+    if (m_captureFlowActive)
+        return false;
+    m_captureFlowActive = true;
+    m_previewPresenter.dismiss(false);
+    return true;
+}
+
+void AppDelegate::runCaptureFlow(std::unique_ptr<CaptureFlow> flow)
+{
+    m_captureFlow = std::move(flow);
+    // The flow is ours: it cannot call back once we are gone.
+    m_captureFlow->start([this](CaptureOutcome outcome) {
+        m_captureFlow.release()->deleteLater();
+        finishCaptureFlow(outcome);
+    });
+}
+
+// The guard stays up while an alert of the flow is open, so that a command
+// given meanwhile is dropped, whatever the mode.
+void AppDelegate::finishCaptureFlow(const CaptureOutcome &outcome)
+{
+    if (!outcome.images.isEmpty())
+        deliver(outcome.images);
+    else if (outcome.error)
+        showCaptureError(*outcome.error);
+    m_captureFlowActive = false;
+}
+
+void AppDelegate::startRegionCapture()
+{
+    if (beginCaptureFlow())
+        runCaptureFlow(std::make_unique<AreaCaptureFlow>(m_platform.screens, m_platform.desktop));
+}
+
+void AppDelegate::startWindowCapture()
+{
+    if (beginCaptureFlow())
+        runCaptureFlow(
+            std::make_unique<WindowCaptureFlow>(m_platform.screens, m_platform.desktop, m_settings.windowShadow()));
+}
+
+void AppDelegate::startFullScreenCapture()
+{
+    if (beginCaptureFlow())
+        runCaptureFlow(std::make_unique<FullScreenCaptureFlow>(m_platform.screens));
+}
+
+void AppDelegate::captureFullScreenFromMenu()
+{
+    QTimer::singleShot(fullScreenMenuDelayMs, this, &AppDelegate::startFullScreenCapture);
+}
+
+void AppDelegate::captureFullScreenDelayed()
+{
+    QTimer::singleShot(fullScreenDelayedMs, this, &AppDelegate::startFullScreenCapture);
+}
+
+void AppDelegate::showCaptureError(const Error &error)
+{
+    showAlert(QStringLiteral("Could Not Capture the Screen"), error.description());
+}
+
+// --- Delivery ---
+
+void AppDelegate::deliver(const QList<CapturedImage> &images)
+{
+    if (images.isEmpty())
+        return;
+    const CaptureDelivery::Delivered delivered = m_delivery.deliver(images);
+    const QPointer<AppDelegate> self(this);
+    m_previewPresenter.show(images.first().image, images.first().scale, [self, delivered] {
+        if (self)
+            self->openCapture(delivered);
+    });
+}
+
+// Until the markup editor exists, a click on the thumbnail shows the capture
+// in the user's image viewer: the saved file, else the history copy.
+void AppDelegate::openCapture(const CaptureDelivery::Delivered &delivered)
+{
+    if (!delivered.savedPaths.isEmpty())
+        m_platform.desktop.openFile(delivered.savedPaths.first());
+    else if (delivered.historyPath)
+        m_platform.desktop.openFile(*delivered.historyPath);
+}
+
+// --- Menu commands and dialogs ---
 
 void AppDelegate::showAlert(const QString &message, const QString &informative)
 {
-    m_platform.desktop.activateApplication();
     m_platform.dialogs.runAlert({message, informative});
 }
 
-void AppDelegate::toggleClipboard() { m_settings.setCopyToClipboard(!m_settings.copyToClipboard()); }
-void AppDelegate::toggleAlsoCopy() { m_settings.setAlsoCopyToClipboard(!m_settings.alsoCopyToClipboard()); }
-void AppDelegate::toggleOpenAfter() { m_settings.setOpenAfterCapture(!m_settings.openAfterCapture()); }
-void AppDelegate::toggleShadow() { m_settings.setWindowShadow(!m_settings.windowShadow()); }
-
 void AppDelegate::chooseFolder() { m_saveLocation.promptForFolder(); }
-void AppDelegate::revealFolder() { m_saveLocation.revealFolder(); }
+
+void AppDelegate::revealFolder()
+{
+    if (!m_saveLocation.currentFolder() && !m_saveLocation.promptForFolder())
+        return;
+    if (const std::optional<QString> folder = m_saveLocation.currentFolder()) {
+        m_platform.desktop.revealInFileManager(*folder);
+        return;
+    }
+    showAlert(QStringLiteral("Could Not Access the Save Folder"),
+              QString::fromUtf8("Use \"Save To…\" to choose the folder again."));
+}
 
 void AppDelegate::askLaunchAtLogin()
 {
-    m_platform.desktop.activateApplication();
     const int answer = m_platform.dialogs.runAlert(
         {QStringLiteral("Launch Pixmora at Login?"),
          QStringLiteral("Pixmora can start automatically when you log in, so the capture shortcuts are "
                         "always ready. You can change this anytime from the menu."),
          {QStringLiteral("Launch at Login"), QStringLiteral("Not Now")}});
-    if (answer == 0)
-        m_platform.loginItem.enable();  // a failure here is not worth a second question
+    if (answer != 0)
+        return;
+    // Not worth a second question; the menu's check mark shows the truth.
+    if (const std::optional<QString> failure = m_platform.loginItem.enable())
+        qCWarning(lcApp) << "Could not turn on launch at login:" << *failure;
 }
 
 void AppDelegate::toggleLaunchAtLogin()

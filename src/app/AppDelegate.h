@@ -1,31 +1,27 @@
 #pragma once
 
+#include "app/CaptureDelivery.h"
 #include "app/HotKeyCenter.h"
 #include "app/SaveLocationStore.h"
 #include "app/Settings.h"
-#include "capture/CaptureEngine.h"
-#include "capture/SelectionOverlay.h"
-#include "capture/WindowPicker.h"
+#include "app/StatusMenu.h"
+#include "capture/CaptureFlow.h"
 #include "history/CaptureHistoryStore.h"
 #include "platform/Platform.h"
 #include "preview/PreviewPresenter.h"
 
-#include <QList>
 #include <QObject>
-#include <QPointer>
 
 #include <memory>
 #include <optional>
 
-class QAction;
-class QMenu;
 class QSystemTrayIcon;
 
 namespace pixmora {
 
-
-// The one long-lived object of the process: owns every other part, runs the
-// capture flows one at a time and delivers what they capture.
+// The one long-lived object of the process: it makes and wires every other
+// part, runs the capture flows one at a time, and hands what they capture to
+// delivery and the thumbnail.
 class AppDelegate : public QObject {
     Q_OBJECT
 
@@ -34,9 +30,11 @@ public:
     AppDelegate(Platform platform, const QString &settingsPath, std::optional<QString> historyDirectory);
     ~AppDelegate() override;
 
+    // The launch-at-login question, the tray icon and its menu, the shortcuts.
     void applicationDidFinishLaunching();
 
-    // Capture commands (menu and hot keys).
+    // Capture commands of the shortcuts, the menu and the command line. While
+    // a flow runs, another command is dropped.
     void startRegionCapture();
     void startWindowCapture();
     void startFullScreenCapture();
@@ -45,17 +43,12 @@ public:
 
     void deliver(const QList<CapturedImage> &images);
 
-    // Menu.
-    QMenu *buildMenu();
-    void menuNeedsUpdate();
-    void toggleClipboard();
-    void toggleAlsoCopy();
-    void toggleOpenAfter();
-    void toggleShadow();
     void chooseFolder();
+    // Shows the folder in the file manager, asking for one first when there
+    // is none, and alerting when it still cannot be reached.
     void revealFolder();
-    void toggleLaunchAtLogin();
     void askLaunchAtLogin();
+    void toggleLaunchAtLogin();
     void showAbout();
     void showInstructions();
 
@@ -65,24 +58,21 @@ public:
 
     static constexpr int fullScreenMenuDelayMs = 400;
     static constexpr int fullScreenDelayedMs = 5000;
-    static constexpr int windowCaptureDelayMs = 150;
 
     // For tests and the command line.
     Settings &settings() { return m_settings; }
     CaptureHistoryStore *history() { return m_history.get(); }
     bool captureFlowActive() const { return m_captureFlowActive; }
-    RegionSelectionController *regionController() const { return m_regionController; }
-    WindowPickerController *windowPicker() const { return m_windowPicker; }
+    CaptureFlow *captureFlow() const { return m_captureFlow.get(); }
+    StatusMenu *statusMenu() const { return m_statusMenu.get(); }
 
 private:
     bool beginCaptureFlow();
-    void endCaptureFlow();
+    void runCaptureFlow(std::unique_ptr<CaptureFlow> flow);
+    void finishCaptureFlow(const CaptureOutcome &outcome);
     void showCaptureError(const Error &error);
-    DisplaySnapshots snapshotDisplays(const DisplayList &displays);
-    void performWindowCapture(const WindowInfo &window);
     void showAlert(const QString &message, const QString &informative);
-    void putOnPasteboard(const QList<QByteArray> &pngs);
-    void openCapture(const QStringList &savedPaths, const std::optional<QString> &historyPath);
+    void openCapture(const CaptureDelivery::Delivered &delivered);
 
     Platform m_platform;
     HotKeyCenter m_hotKeys;
@@ -90,14 +80,11 @@ private:
     SaveLocationStore m_saveLocation;
     PreviewPresenter m_previewPresenter;
     std::unique_ptr<CaptureHistoryStore> m_history;
+    CaptureDelivery m_delivery;
     bool m_captureFlowActive = false;
-    // The live overlay or picker of the running flow; deleted once it has finished.
-    QPointer<RegionSelectionController> m_regionController;
-    QPointer<WindowPickerController> m_windowPicker;
-
-    std::unique_ptr<QMenu> m_menu;
+    std::unique_ptr<CaptureFlow> m_captureFlow;  // the live flow, until it has ended
+    std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<QSystemTrayIcon> m_statusItem;
-    QPointer<QAction> m_clipboardItem, m_alsoCopyItem, m_openAfterItem, m_shadowItem, m_folderItem, m_loginItem;
 };
 
 } // namespace pixmora

@@ -21,9 +21,9 @@ QString usageText()
         "  --version         show the version\n");
 }
 
-Command parseCommandLine(const QStringList &arguments)
+CommandLine parseCommandLine(const QStringList &arguments)
 {
-    using Kind = Command::Kind;
+    using Kind = CommandLine::Kind;
     if (arguments.isEmpty())
         return {Kind::runApp, {}};
     const QString &first = arguments.first();

@@ -6,14 +6,14 @@
 namespace pixmora {
 
 // What one start of the binary was asked to do.
-struct Command {
+struct CommandLine {
     enum class Kind { runApp, capture, setSaveFolder, showSaveFolder, help, version, invalid };
     Kind kind = Kind::runApp;
     QString argument;  // capture kind, folder, or the reason the line is invalid
 };
 
 // arguments excludes the program name.
-Command parseCommandLine(const QStringList &arguments);
+CommandLine parseCommandLine(const QStringList &arguments);
 QString usageText();
 
 } // namespace pixmora

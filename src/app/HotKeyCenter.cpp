@@ -1,6 +1,7 @@
 #include "app/HotKeyCenter.h"
 
 #include "platform/GlobalHotKeys.h"
+#include "platform/Logging.h"
 
 #include <QTimer>
 
@@ -24,6 +25,9 @@ void HotKeyCenter::registerHotKey(qint64 keyCode, qint64 modifiers, std::functio
     m_handlers[id] = std::move(handler);
     if (m_platform.grab(id, quint32(keyCode), quint32(modifiers)))
         m_acceptedIds.push_back(id);
+    else
+        qCWarning(lcApp, "The shortcut with key code %lld and modifiers 0x%llx is taken by another program.",
+                  keyCode, modifiers);
 }
 
 void HotKeyCenter::pressed(quint32 id)

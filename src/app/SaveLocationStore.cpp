@@ -1,9 +1,9 @@
 #include "app/SaveLocationStore.h"
 
 #include "app/Settings.h"
-#include "platform/Desktop.h"
 #include "platform/Dialogs.h"
 #include "platform/FolderBookmarks.h"
+#include "platform/Logging.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -11,45 +11,8 @@
 
 namespace pixmora {
 
-namespace {
-
-class NoDialogs final : public Dialogs {
-public:
-    int runAlert(const Alert &) override { return 0; }
-    std::optional<QString> chooseFolder(const QString &, const QString &, const QString &) override
-    {
-        return std::nullopt;
-    }
-    std::optional<QString> choosePngSaveLocation(const QString &) override { return std::nullopt; }
-};
-
-class NoDesktop final : public Desktop {
-public:
-    void openFile(const QString &) override {}
-    void revealInFileManager(const QString &) override {}
-    void beep() override {}
-    quint64 activeWindow() override { return 0; }
-    void activateWindow(quint64) override {}
-    void activateApplication() override {}
-    void makeOverlay(QWindow *) override {}
-    void giveKeyboardTo(QWindow *) override {}
-    bool drawOverlayBackdrop(QWindow *, const QImage &, QColor) override { return false; }
-    void makeFloatingPanel(QWidget *) override {}
-};
-
-NoDialogs noDialogs;
-NoDesktop noDesktop;
-
-} // namespace
-
-SaveLocationStore::SaveLocationStore(Settings &settings, FolderBookmarks &bookmarks, Dialogs &dialogs,
-                                     Desktop &desktop)
-    : m_settings(settings), m_bookmarks(bookmarks), m_dialogs(dialogs), m_desktop(desktop)
-{
-}
-
-SaveLocationStore::SaveLocationStore(Settings &settings, FolderBookmarks &bookmarks)
-    : SaveLocationStore(settings, bookmarks, noDialogs, noDesktop)
+SaveLocationStore::SaveLocationStore(Settings &settings, FolderBookmarks &bookmarks, Dialogs *dialogs)
+    : m_settings(settings), m_bookmarks(bookmarks), m_dialogs(dialogs)
 {
 }
 
@@ -64,21 +27,24 @@ std::optional<QString> SaveLocationStore::currentFolder()
     if (resolved->stale) {
         if (const auto fresh = m_bookmarks.create(resolved->path))
             m_settings.setSaveFolderBookmark(*fresh);
+        else
+            qCWarning(lcApp) << "Could not refresh the bookmark of the moved save folder" << resolved->path;
     }
     return resolved->path;
 }
 
 bool SaveLocationStore::promptForFolder()
 {
-    m_desktop.activateApplication();
+    if (!m_dialogs)
+        return false;
     const QString desktopFolder = QStandardPaths::writableLocation(QStandardPaths::DesktopLocation);
     const QString startFolder = QFileInfo(desktopFolder).isDir() ? desktopFolder : QDir::homePath();
-    const auto chosen = m_dialogs.chooseFolder(
+    const auto chosen = m_dialogs->chooseFolder(
         startFolder, QStringLiteral("Choose where Pixmora saves your screenshots (Desktop is a good default)"),
         QStringLiteral("Choose"));
     if (!chosen || chosen->isEmpty())
         return false;
-    rememberFolder(*chosen);
+    rememberFolder(*chosen);  // chosen, even when it cannot be remembered
     return true;
 }
 
@@ -87,30 +53,19 @@ bool SaveLocationStore::setFolder(const QString &path)
     const QFileInfo folder(path);
     if (!folder.isDir())
         return false;
-    rememberFolder(QDir::cleanPath(folder.absoluteFilePath()));
-    return true;
+    return rememberFolder(QDir::cleanPath(folder.absoluteFilePath()));
 }
 
-// A folder that cannot be bookmarked leaves the previous choice in place;
-// the caller still counts the choice as made.
-void SaveLocationStore::rememberFolder(const QString &folder)
+// A folder that cannot be bookmarked leaves the previous choice in place.
+bool SaveLocationStore::rememberFolder(const QString &folder)
 {
-    if (const auto bookmark = m_bookmarks.create(folder))
-        m_settings.setSaveFolderBookmark(*bookmark);
-}
-
-void SaveLocationStore::revealFolder()
-{
-    if (!currentFolder() && !promptForFolder())
-        return;
-    if (const auto folder = currentFolder()) {
-        m_desktop.revealInFileManager(*folder);
-        return;
+    const std::optional<QByteArray> bookmark = m_bookmarks.create(folder);
+    if (!bookmark) {
+        qCWarning(lcApp) << "Could not make a bookmark of the save folder" << folder;
+        return false;
     }
-    m_desktop.activateApplication();
-    m_dialogs.runAlert({QStringLiteral("Could Not Access the Save Folder"),
-                        QStringLiteral("Use \"Save To…\" to choose the folder again."),
-                        {QStringLiteral("OK")}});
+    m_settings.setSaveFolderBookmark(*bookmark);
+    return true;
 }
 
 } // namespace pixmora

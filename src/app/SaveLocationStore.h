@@ -6,7 +6,6 @@
 
 namespace pixmora {
 
-class Desktop;
 class Dialogs;
 class FolderBookmarks;
 class Settings;
@@ -17,10 +16,8 @@ class Settings;
 // moved to the Trash stops being used at once.
 class SaveLocationStore {
 public:
-    SaveLocationStore(Settings &settings, FolderBookmarks &bookmarks, Dialogs &dialogs, Desktop &desktop);
-    // Without a user interface (the command line): the panel reads as
-    // cancelled and nothing is shown.
-    SaveLocationStore(Settings &settings, FolderBookmarks &bookmarks);
+    // Without dialogs (the command line), the folder panel reads as cancelled.
+    SaveLocationStore(Settings &settings, FolderBookmarks &bookmarks, Dialogs *dialogs = nullptr);
 
     // The folder, when it still exists, is a directory and is not in the
     // Trash. A bookmark to a folder that moved is rewritten here.
@@ -31,20 +28,15 @@ public:
     bool promptForFolder();
 
     // Confirms a folder as the panel does; false, storing nothing, when the
-    // path is not an existing directory.
+    // path is not an existing directory or cannot be remembered.
     bool setFolder(const QString &path);
 
-    // Shows the folder in the file manager, asking for one first when there
-    // is none, and alerting when it still cannot be reached.
-    void revealFolder();
-
 private:
-    void rememberFolder(const QString &folder);
+    bool rememberFolder(const QString &folder);
 
     Settings &m_settings;
     FolderBookmarks &m_bookmarks;
-    Dialogs &m_dialogs;
-    Desktop &m_desktop;
+    Dialogs *m_dialogs;
 };
 
 } // namespace pixmora

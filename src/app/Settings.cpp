@@ -1,5 +1,7 @@
 #include "app/Settings.h"
 
+#include "platform/Logging.h"
+
 #include <QSettings>
 #include <QStandardPaths>
 
@@ -46,6 +48,8 @@ void Settings::store(const char *key, const QVariant &value)
     QSettings settings(m_filePath, QSettings::IniFormat);
     settings.setValue(QLatin1String(key), value);
     settings.sync();
+    if (settings.status() != QSettings::NoError)
+        qCWarning(lcApp) << "Could not store the setting" << key << "in" << m_filePath;
 }
 
 bool Settings::copyToClipboard() const { return storedBool(copyToClipboardKey).value_or(false); }

@@ -1,6 +1,6 @@
 #include "app/AppDelegate.h"
 #include "app/CommandLine.h"
-#include "app/InstanceChannel.h"
+#include "app/InstanceServer.h"
 #include "app/Settings.h"
 #include "history/CaptureHistoryStore.h"
 #include "platform/x11/InodeFolderBookmarks.h"
@@ -68,13 +68,13 @@ int forwardToInstance(const QStringList &arguments)
     return 0;
 }
 
-int runSaveFolderCommand(const Command &command, int argc, char **argv)
+int runSaveFolderCommand(const CommandLine &command, int argc, char **argv)
 {
     QCoreApplication app(argc, argv);
     Settings settings(Settings::defaultFilePath());
     InodeFolderBookmarks bookmarks;
     SaveLocationStore store(settings, bookmarks);
-    if (command.kind == Command::Kind::showSaveFolder) {
+    if (command.kind == CommandLine::Kind::showSaveFolder) {
         print(stdout, store.currentFolder().value_or(QStringLiteral("not set")) + QLatin1Char('\n'));
         return 0;
     }
@@ -93,25 +93,25 @@ int main(int argc, char **argv)
     for (int index = 1; index < argc; ++index)
         arguments << QString::fromLocal8Bit(argv[index]);
 
-    const Command command = parseCommandLine(arguments);
+    const CommandLine command = parseCommandLine(arguments);
     switch (command.kind) {
-    case Command::Kind::help:
+    case CommandLine::Kind::help:
         print(stdout, usageText());
         return 0;
-    case Command::Kind::version:
+    case CommandLine::Kind::version:
         print(stdout, QStringLiteral("Pixmora %1\n").arg(QStringLiteral(PIXMORA_VERSION)));
         return 0;
-    case Command::Kind::invalid:
+    case CommandLine::Kind::invalid:
         print(stderr, QStringLiteral("pixmora: %1\nTry 'pixmora --help' for more information.\n").arg(command.argument));
         return 2;
-    case Command::Kind::capture: {
+    case CommandLine::Kind::capture: {
         QCoreApplication app(argc, argv);
         return forwardToInstance(arguments);
     }
-    case Command::Kind::setSaveFolder:
-    case Command::Kind::showSaveFolder:
+    case CommandLine::Kind::setSaveFolder:
+    case CommandLine::Kind::showSaveFolder:
         return runSaveFolderCommand(command, argc, argv);
-    case Command::Kind::runApp:
+    case CommandLine::Kind::runApp:
         break;
     }
     return runTrayApp(argc, argv);

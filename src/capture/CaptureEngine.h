@@ -1,5 +1,7 @@
 #pragma once
 
+#include "capture/DisplaySnapshots.h"
+#include "image/CapturedImage.h"
 #include "platform/Displays.h"
 #include "platform/Error.h"
 
@@ -7,20 +9,13 @@
 #include <QImage>
 #include <QRectF>
 
-#include <optional>
 
 namespace pixmora {
 
 class ScreenCapture;
 
-// One captured bitmap and the backing scale of the display it came from.
-struct CapturedImage {
-    QImage image;
-    double scale = 1.0;
-};
-
 // Where pixels come from and how images leave the program as PNG. Stateless,
-// apart from the PNG encoder's reusable buffers (capture/PngEncoder.h).
+// apart from the PNG encoder's reusable buffers (image/PngEncoder.h).
 // All rectangles are in Qt's global logical coordinates (points, y down);
 // images are in device pixels.
 namespace CaptureEngine {
@@ -35,15 +30,13 @@ double backingScale(quint32 displayID, const DisplayList &displays);
 double backingScaleForWindowFrame(const QRectF &frame, const DisplayList &displays);
 
 QImage captureDisplay(ScreenCapture &service, const DisplayInfo &display);
+// Every display captured once, before an overlay covers them. Throws the
+// first capture's failure, or noDisplayError() when there is no display.
+DisplaySnapshots snapshotDisplays(ScreenCapture &service, const DisplayList &displays);
 QImage captureRegion(ScreenCapture &service, const DisplayInfo &display, const QRectF &rect);
 // The window at the scale of the display under its centre, with the
 // program's own drop shadow when asked (the plain image if shadowing fails).
 CapturedImage captureWindow(ScreenCapture &service, const WindowInfo &window, bool withShadow);
-
-// The window on a transparent canvas with a margin of whole(40 * scale)
-// pixels on every side, over a soft black shadow that falls 8 * scale pixels
-// below it. Nothing for a null window.
-std::optional<QImage> compositeShadow(const QImage &window, double scale);
 
 // Cuts a selection made on screenFrame out of that screen's frozen image,
 // clipped to the image; the result shares the image's pixels. Null when the

@@ -30,14 +30,12 @@ OverlayPanel::OverlayPanel(const DisplayInfo &display, Desktop &desktop, QImage 
 
 OverlayPanel::~OverlayPanel() = default;
 
-void OverlayPanel::present(bool makeKeyPanel)
+void OverlayPanel::present()
 {
     show();  // a window is mapped on top of everything already there
-    if (makeKeyPanel)
-        makeKey();
 }
 
-void OverlayPanel::makeKey()
+void OverlayPanel::takeKeyboard()
 {
     // A closed panel may still get the pointer's enter queued before it closed.
     if (!isVisible())
@@ -65,6 +63,8 @@ void OverlayPanel::scheduleRepaint()
 
 bool OverlayPanel::event(QEvent *event)
 {
+    if (event->type() == QEvent::Enter)
+        takeKeyboard();
     if (event->type() != QEvent::UpdateRequest)
         return QWindow::event(event);
     m_updatePosted = false;

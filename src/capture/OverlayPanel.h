@@ -15,9 +15,9 @@ namespace pixmora {
 class Desktop;
 
 // A frameless window that covers one display above everything else (panels,
-// docks, full-screen windows), on every workspace, and takes the keyboard.
-// The area overlay and the window picker derive their views from it, one
-// per display.
+// docks, full-screen windows), on every workspace, and takes the keyboard
+// when the pointer enters it. The area overlay and the window picker derive
+// their views from it, one per display (see OverlayController).
 //
 // It shows a frozen image of its display under a uniform dim, and paints
 // only what changes. Where the window system can draw that dimmed image
@@ -34,9 +34,9 @@ public:
 
     const DisplayInfo &display() const { return m_display; }
 
-    // Shows the panel; the key panel also gets the keyboard.
-    void present(bool makeKey);
-    void makeKey();
+    void present();
+    // Key presses come here until another panel takes them.
+    void takeKeyboard();
 
     // Repaints that area soon (panel coordinates, points).
     void update(const QRegion &area);

@@ -1,10 +1,12 @@
 #include "history/CaptureHistoryStore.h"
 
+#include "platform/AtomicFile.h"
+#include "platform/Logging.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QRegularExpression>
-#include <QSaveFile>
 #include <QStandardPaths>
 
 #include <algorithm>
@@ -71,14 +73,16 @@ std::optional<QString> CaptureHistoryStore::add(const QByteArray &png, const QDa
 {
     if (!date.isValid())
         return std::nullopt;
-    if (!QDir().mkpath(m_directory) && !QFileInfo::exists(m_directory))
+    if (!QDir().mkpath(m_directory) && !QFileInfo::exists(m_directory)) {
+        qCWarning(lcHistory) << "Could not make the history folder" << m_directory;
         return std::nullopt;
+    }
     const QString path = freeFileName(date);
-    // QSaveFile writes beside the final name and renames on commit, so a
-    // failed write never leaves a truncated PNG that would be listed.
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly) || file.write(png) != png.size() || !file.commit())
+    // A failed write must not leave a truncated PNG that would be listed.
+    if (const std::optional<QString> reason = writeFileAtomically(path, png)) {
+        qCWarning(lcHistory).noquote() << "Could not keep a capture in the history:" << path << *reason;
         return std::nullopt;
+    }
     prune();
     return path;
 }
@@ -118,7 +122,12 @@ void CaptureHistoryStore::prune()
     }
 }
 
-void CaptureHistoryStore::remove(const Entry &entry) { QFile::remove(entry.path); }
+void CaptureHistoryStore::remove(const Entry &entry)
+{
+    QFile file(entry.path);
+    if (!file.remove() && file.exists())
+        qCWarning(lcHistory).noquote() << "Could not delete" << entry.path << file.errorString();
+}
 
 void CaptureHistoryStore::removeAll()
 {

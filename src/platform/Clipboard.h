@@ -5,7 +5,7 @@
 
 namespace pixmora {
 
-// The general pasteboard. It offers PNG images only; a clipboard that holds
+// The clipboard. It offers PNG images only; a clipboard that holds
 // one item keeps the first of several.
 class Clipboard {
 public:

@@ -13,7 +13,8 @@ struct Alert {
     QStringList buttons{QStringLiteral("OK")};
 };
 
-// Every modal dialog goes through here so that tests can answer them.
+// Every modal dialog goes through here so that tests can answer them. Each
+// first brings the program to the front, ignoring other applications.
 class Dialogs {
 public:
     virtual ~Dialogs() = default;

@@ -1,6 +1,7 @@
 #include "preview/PreviewPresenter.h"
 
 #include "platform/Desktop.h"
+#include "platform/Logging.h"
 #include "platform/ScreenCapture.h"
 #include "preview/PreviewThumbView.h"
 
@@ -59,8 +60,10 @@ void PreviewPresenter::show(const QImage &image, double scale, std::function<voi
     m_onEdit = std::move(onEdit);
 
     const DisplayList displays = m_screens.displays();
-    if (displays.empty())
+    if (displays.empty()) {
+        qCWarning(lcPreview) << "No display to show the thumbnail on.";
         return;
+    }
     const DisplayInfo &screen = displays.front();
 
     QWidget *panel = createPanel(image, scale, screen);

@@ -1,6 +1,6 @@
 #include "scroll/ScrollStitcher.h"
 
-#include "platform/ImageMemory.h"
+#include "image/ImageMemory.h"
 
 #include <QColorSpace>
 

@@ -9,10 +9,10 @@ TEST(CommandLineTest, BadArgumentsAreInvalidWithAReasonAndGoodOnesKeepTheirArgum
     for (const QStringList &arguments : QList<QStringList>{{"snap"}, {"capture"}, {"capture", "everything"},
                                                            {"capture", "screen", "now"}, {"save-to", "a", "b"},
                                                            {"save-to", ""}, {"--help", "capture"}, {"--verbose"}}) {
-        const Command command = parseCommandLine(arguments);
-        EXPECT_EQ(command.kind, Command::Kind::invalid) << arguments.join(' ').toStdString();
+        const CommandLine command = parseCommandLine(arguments);
+        EXPECT_EQ(command.kind, CommandLine::Kind::invalid) << arguments.join(' ').toStdString();
         EXPECT_FALSE(command.argument.isEmpty()) << arguments.join(' ').toStdString();
     }
     EXPECT_EQ(parseCommandLine({"save-to", "/tmp/shots dir"}).argument, "/tmp/shots dir");
-    EXPECT_EQ(parseCommandLine({"save-to"}).kind, Command::Kind::showSaveFolder);
+    EXPECT_EQ(parseCommandLine({"save-to"}).kind, CommandLine::Kind::showSaveFolder);
 }

@@ -18,8 +18,7 @@ protected:
     Settings settings{root.filePath("Pixmora.conf")};
     FakeFolderBookmarks bookmarks;
     FakeDialogs dialogs;
-    FakeDesktop desktop;
-    SaveLocationStore store{settings, bookmarks, dialogs, desktop};
+    SaveLocationStore store{settings, bookmarks, &dialogs};
 };
 
 // Set as the command line sets it: only an existing folder is taken.
@@ -48,26 +47,6 @@ TEST_F(SaveLocationStoreTest, TheFolderIsFollowedWhenMovedAndNotUsedWhenTrashedD
     ASSERT_TRUE(QDir(renamed).removeRecursively());
     EXPECT_EQ(store.currentFolder(), std::nullopt);
     EXPECT_EQ(settings.saveFolderBookmark(), bookmark) << "kept, in case the folder comes back";
-}
-
-TEST_F(SaveLocationStoreTest, RevealAsksForAMissingFolderAndAlertsWhenItStillCannotBeReached)
-{
-    const QString folder = root.filePath("Shots");
-    dialogs.folderAnswers = {std::nullopt, folder, std::nullopt, folder};
-    store.revealFolder();  // a fresh install asks; the panel is cancelled
-    ASSERT_TRUE(QDir().mkpath(folder));
-    store.revealFolder();
-    store.revealFolder();  // shown without asking
-    EXPECT_FALSE(store.promptForFolder());
-    EXPECT_EQ(store.currentFolder(), folder) << "a cancelled panel keeps the folder";
-    EXPECT_EQ(desktop.revealedPaths, (QStringList{folder, folder}));
-    EXPECT_EQ(dialogs.folderPanelStarts.size(), 3);
-    bookmarks.trashed << folder;  // then confirmed again, but in the Trash
-    store.revealFolder();
-    EXPECT_EQ(desktop.revealedPaths.size(), 2);
-    ASSERT_EQ(dialogs.alerts.size(), 1);
-    EXPECT_EQ(dialogs.alerts[0].message, "Could Not Access the Save Folder");
-    EXPECT_EQ(dialogs.alerts[0].informative, "Use \"Save To…\" to choose the folder again.");
 }
 
 } // namespace

@@ -1,5 +1,7 @@
 #include "AppHarness.h"
 
+#include "app/StatusMenu.h"
+
 #include <QCoreApplication>
 #include <QMenu>
 
@@ -47,23 +49,62 @@ TEST(StartupTest, RegistersTheShortcutsOffersLaunchAtLoginOnceAndSaysWhyAChangeF
     EXPECT_EQ(h.fake.dialogs.alerts[1].informative, "Read-only file system");
 }
 
-TEST(StatusMenuTest, SaveToNamesTheFolderAfterARenameAndReadsNotSetOnceItIsTrashed)
+// Fresh settings: the clipboard copy and the shadow are on, the others off;
+// clipboard-only mode keeps the check marks of the items it disables.
+TEST(StatusMenuTest, ChecksEnablesAndNamesTheFolderAsTheSettingsAreWhenItOpens)
 {
     AppHarness h;
-    QAction *saveTo = h.app->buildMenu()->actions()[10];
-    const auto title = [&] {
-        h.app->menuNeedsUpdate();
-        return saveTo->text();
+    SaveLocationStore saveLocation(h.app->settings(), h.fake.bookmarks);
+    StatusMenu status(h.app->settings(), saveLocation, h.fake.loginItem, {});
+    const QList<QAction *> items = status.menu()->actions();
+    QAction *clipboardOnly = items[5], *alsoCopy = items[6], *openAfter = items[7], *shadow = items[8];
+    QAction *saveTo = items[10], *launchAtLogin = items[13];
+    const auto states = [&] {
+        status.menuNeedsUpdate();
+        QList<bool> result;
+        for (QAction *item : {clipboardOnly, alsoCopy, openAfter, shadow, launchAtLogin})
+            result << item->isChecked();
+        return result << alsoCopy->isEnabled() << openAfter->isEnabled();
     };
-    EXPECT_EQ(title(), "Save To: not set…");
+    EXPECT_EQ(states(), (QList<bool>{false, true, false, true, false, true, true}));
+    status.toggleClipboard();
+    status.toggleOpenAfter();
+    status.toggleShadow();
+    h.fake.loginItem.enabled = true;
+    EXPECT_EQ(states(), (QList<bool>{true, true, true, false, true, false, false}));
+
+    EXPECT_EQ(saveTo->text(), "Save To: not set…");
     const QString folder = h.makeSaveFolder("Shots & Clips");
-    EXPECT_EQ(title(), "Save To: Shots && Clips…");
+    status.menuNeedsUpdate();
+    EXPECT_EQ(saveTo->text(), "Save To: Shots && Clips…");
     const QString renamed = h.path("Renamed");
     QDir().rename(folder, renamed);
     h.fake.bookmarks.moved[folder] = renamed;
-    EXPECT_EQ(title(), "Save To: Renamed…");
+    status.menuNeedsUpdate();
+    EXPECT_EQ(saveTo->text(), "Save To: Renamed…");
     h.fake.bookmarks.trashed << renamed;
-    EXPECT_EQ(title(), "Save To: not set…");
+    status.menuNeedsUpdate();
+    EXPECT_EQ(saveTo->text(), "Save To: not set…");
+}
+
+TEST(StatusMenuTest, RevealAsksForAMissingFolderAndAlertsWhenItStillCannotBeReached)
+{
+    AppHarness h;
+    const QString folder = h.path("Shots");
+    h.fake.dialogs.folderAnswers = {std::nullopt, folder, std::nullopt, folder};
+    h.app->revealFolder();  // a fresh install asks; the panel is cancelled
+    ASSERT_TRUE(QDir().mkpath(folder));
+    h.app->revealFolder();
+    h.app->revealFolder();  // shown without asking
+    h.app->chooseFolder();  // cancelled: the folder stays
+    EXPECT_EQ(h.fake.desktop.revealedPaths, (QStringList{folder, folder}));
+    EXPECT_EQ(h.fake.dialogs.folderPanelStarts.size(), 3);
+    h.fake.bookmarks.trashed << folder;  // then confirmed again, but in the Trash
+    h.app->revealFolder();
+    EXPECT_EQ(h.fake.desktop.revealedPaths.size(), 2);
+    ASSERT_EQ(h.fake.dialogs.alerts.size(), 1);
+    EXPECT_EQ(h.fake.dialogs.alerts[0].message, "Could Not Access the Save Folder");
+    EXPECT_EQ(h.fake.dialogs.alerts[0].informative, "Use \"Save To…\" to choose the folder again.");
 }
 
 } // namespace

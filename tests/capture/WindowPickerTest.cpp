@@ -1,5 +1,6 @@
 #include "OverlayPanelImages.h"
-#include "capture/WindowPicker.h"
+#include "capture/WindowPickerController.h"
+#include "capture/WindowPickerView.h"
 #include "platform/fake/FakePlatform.h"
 
 #include <QGuiApplication>
@@ -75,19 +76,19 @@ TEST_F(WindowPickerTest, OffersOrdinaryWindowsOfOtherProgramsHitsTheTopmostAndNa
     EXPECT_EQ(WindowPickerView::labelText({1, {}, "", "Editor"}), "Editor");
 }
 
-TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerAndAClickPicksItOrBeepsOrEscapeCancels)
+TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerAndAClickPicksItOrBeepsOrEscapeOrALostDisplayCancels)
 {
     QImage white(800, 600, QImage::Format_RGB32);
     white.fill(Qt::white);
     desktop.active = 77;
     cursor = {1000, 200};
     open({window(7, {900, 100, 300, 200})}, {{1, white}, {2, white}});
-    const QPointer<WindowPickerView> left = picker->panels().at(0), right = picker->panels().at(1);
+    const QPointer<WindowPickerView> left = picker->views().at(0), right = picker->views().at(1);
     EXPECT_EQ(desktop.keyboardOverlay, right);  // the panel under the pointer
     // Clicks land at the first panel's corner: the picker must go by the pointer's global position.
     const auto click = [this] {
         QMouseEvent press(QEvent::MouseButtonPress, {1, 1}, {1, 1}, Qt::LeftButton, Qt::LeftButton, Qt::NoModifier);
-        QCoreApplication::sendEvent(picker->panels().at(0), &press);
+        QCoreApplication::sendEvent(picker->views().at(0), &press);
     };
     const QRgb accent = QGuiApplication::palette().color(QPalette::Highlight).rgb();
     EXPECT_EQ(pixmora::test::rendered(*right).pixel(100, 200), accent);  // the window's left edge
@@ -102,7 +103,7 @@ TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerAndAClickPicksItOrBeeps
 
     cursor = {-50, -50};
     open({window(7, {900, 100, 300, 200})});
-    EXPECT_EQ(desktop.keyboardOverlay, picker->panels().at(0));  // on no display: the first panel
+    EXPECT_EQ(desktop.keyboardOverlay, picker->views().at(0));  // on no display: the first panel
     click();
 
     open({window(7, {900, 100, 300, 200})});
@@ -111,6 +112,11 @@ TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerAndAClickPicksItOrBeeps
     ASSERT_EQ(results.size(), 2u);
     QTest::keyClick(desktop.keyboardOverlay, Qt::Key_Escape);
     picker->finish(window(7, {900, 100, 300, 200}));  // only the first finish counts
-    EXPECT_EQ(results, (std::vector<quint64>{7, 0, 0}));
+
+    open({window(7, {900, 100, 300, 200})});
+    const QPointer<WindowPickerView> panel = picker->views().at(0);
+    emit qGuiApp->screenRemoved(QGuiApplication::primaryScreen());
+    EXPECT_FALSE(panel->isVisible());
+    EXPECT_EQ(results, (std::vector<quint64>{7, 0, 0, 0}));
     EXPECT_EQ(desktop.beeps, 1);
 }

@@ -1,5 +1,7 @@
 #include "history/CaptureHistoryStore.h"
 
+#include "FileSizeLimit.h"
+
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
@@ -42,6 +44,19 @@ TEST_F(CaptureHistoryStoreTest, EachPngGoesUnderAFreeUtcNameInCaptureOrderOrFail
                                                    {folder + "/2026-12-31 23-59-59-998.png", date, 5}}));
     ASSERT_TRUE(QFile(root.filePath("file")).open(QIODevice::WriteOnly));
     EXPECT_EQ(CaptureHistoryStore(root.filePath("file/History")).add("png", date), std::nullopt) << "blocked";
+}
+
+// A capture that does not fit is not kept, not even in part: a short file
+// would be listed as a capture.
+TEST_F(CaptureHistoryStoreTest, OnAFullDiskNothingIsKept)
+{
+    ASSERT_TRUE(store.add("earlier", noon));
+    for (const int size : {6000, 100000}) {
+        const test::FileSizeLimit fullDisk(4096);
+        EXPECT_EQ(store.add(QByteArray(size, 'x'), noon.addSecs(size)), std::nullopt) << size;
+    }
+    EXPECT_EQ(store.entries().size(), 1u);
+    EXPECT_EQ(filesOnDisk(), 1);
 }
 
 // Other files in the folder are neither listed, nor counted, nor deleted.

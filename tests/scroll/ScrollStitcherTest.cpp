@@ -1,4 +1,4 @@
-#include "platform/ImageMemory.h"
+#include "image/ImageMemory.h"
 
 #include "ScrollScenario.h"
 

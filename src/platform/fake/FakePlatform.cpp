@@ -79,6 +79,8 @@ void FakeClipboard::setPngImages(const QList<QByteArray> &pngs)
 int FakeDialogs::runAlert(const Alert &alert)
 {
     alerts << alert;
+    if (whileAlertIsOpen)
+        whileAlertIsOpen(alert);
     return takeFront(alertAnswers, 0);
 }
 

@@ -61,6 +61,7 @@ public:
 class FakeDialogs : public Dialogs {
 public:
     QList<Alert> alerts;                          // every alert shown, in order
+    std::function<void(const Alert &)> whileAlertIsOpen;
     std::deque<int> alertAnswers;                 // answers for the next alerts; default 0
     std::deque<std::optional<QString>> folderAnswers;  // default: cancelled
     std::deque<std::optional<QString>> saveAnswers;    // default: cancelled

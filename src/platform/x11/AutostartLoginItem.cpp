@@ -1,9 +1,10 @@
 #include "platform/x11/AutostartLoginItem.h"
 
+#include "platform/AtomicFile.h"
+
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
-#include <QSaveFile>
 #include <QStandardPaths>
 
 #include <filesystem>
@@ -94,10 +95,8 @@ std::optional<QString> AutostartLoginItem::enable()
     if (error)
         return failure(folder, QString::fromLocal8Bit(error.message()));
 
-    QSaveFile file(entryPath());
-    const QByteArray contents = desktopEntry();
-    if (!file.open(QIODevice::WriteOnly) || file.write(contents) != contents.size() || !file.commit())
-        return failure(file.fileName(), file.errorString());
+    if (const std::optional<QString> reason = writeFileAtomically(entryPath(), desktopEntry()))
+        return failure(entryPath(), *reason);
     return std::nullopt;
 }
 

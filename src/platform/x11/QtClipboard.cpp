@@ -1,5 +1,7 @@
 #include "platform/x11/QtClipboard.h"
 
+#include "platform/Logging.h"
+
 #include <QClipboard>
 #include <QGuiApplication>
 #include <QMimeData>
@@ -16,7 +18,11 @@ void QtClipboard::setPngImages(const QList<QByteArray> &pngs)
     }
     auto *data = new QMimeData;
     data->setData(QStringLiteral("image/png"), pngs.first());
-    QGuiApplication::clipboard()->setMimeData(data, QClipboard::Clipboard);
+    QClipboard *clipboard = QGuiApplication::clipboard();
+    clipboard->setMimeData(data, QClipboard::Clipboard);
+    // Qt reports nothing when the X server refuses us the selection.
+    if (!clipboard->ownsClipboard())
+        qCWarning(lcPlatform) << "Could not take the clipboard: the capture is not on it.";
 }
 
 bool QtClipboard::hasImage()

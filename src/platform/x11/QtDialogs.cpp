@@ -1,5 +1,7 @@
 #include "platform/x11/QtDialogs.h"
 
+#include "platform/Desktop.h"
+
 #include <QApplication>
 #include <QDir>
 #include <QFileDialog>
@@ -11,6 +13,7 @@ namespace pixmora {
 
 int QtDialogs::runAlert(const Alert &alert)
 {
+    m_desktop.activateApplication();
     QMessageBox box;
     const QIcon icon = QApplication::windowIcon();
     if (!icon.isNull())
@@ -37,6 +40,7 @@ int QtDialogs::runAlert(const Alert &alert)
 std::optional<QString> QtDialogs::chooseFolder(const QString &startFolder, const QString &message,
                                                const QString &confirmButton)
 {
+    m_desktop.activateApplication();
     QFileDialog dialog(nullptr, message, startFolder);
     dialog.setFileMode(QFileDialog::Directory);
     dialog.setOption(QFileDialog::ShowDirsOnly);
@@ -50,6 +54,7 @@ std::optional<QString> QtDialogs::chooseFolder(const QString &startFolder, const
 
 std::optional<QString> QtDialogs::choosePngSaveLocation(const QString &proposedName)
 {
+    m_desktop.activateApplication();
     QString folder = QStandardPaths::writableLocation(QStandardPaths::PicturesLocation);
     if (folder.isEmpty() || !QDir(folder).exists())
         folder = QDir::homePath();

@@ -1,5 +1,6 @@
 #include "platform/x11/X11Desktop.h"
 
+#include "platform/Logging.h"
 #include "platform/x11/X11Connection.h"
 #include "platform/x11/X11ImageTransfer.h"
 
@@ -169,6 +170,8 @@ private:
         m_grabbed = reply && reply->status == XCB_GRAB_STATUS_SUCCESS;
         if (!m_grabbed && ++m_attempts < 50)
             m_retry.start(20);
+        else if (!m_grabbed)
+            qCWarning(lcPlatform) << "Another program holds the keyboard: the overlay gets no key presses.";
     }
 
     X11Connection &m_x11;
@@ -187,7 +190,8 @@ X11Desktop::~X11Desktop() = default;
 
 void X11Desktop::openFile(const QString &path)
 {
-    QDesktopServices::openUrl(QUrl::fromLocalFile(path));
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
+        qCWarning(lcPlatform) << "No application opened" << path;
 }
 
 void X11Desktop::revealInFileManager(const QString &path)
@@ -196,7 +200,10 @@ void X11Desktop::revealInFileManager(const QString &path)
     // selected in its parent); without a file manager service on the session
     // bus, that parent folder is opened.
     const QString parent = QFileInfo(path).absolutePath();
-    auto openParent = [parent] { QDesktopServices::openUrl(QUrl::fromLocalFile(parent)); };
+    auto openParent = [parent] {
+        if (!QDesktopServices::openUrl(QUrl::fromLocalFile(parent)))
+            qCWarning(lcPlatform) << "No file manager opened" << parent;
+    };
     QDBusConnection bus = QDBusConnection::sessionBus();
     if (!bus.isConnected()) {
         openParent();

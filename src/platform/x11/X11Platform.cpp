@@ -1,12 +1,12 @@
 #include "platform/x11/X11Platform.h"
 
-#include "platform/ImageMemory.h"
+#include "image/ImageMemory.h"
 #include "platform/x11/HugePageImages.h"
 
 namespace pixmora {
 
 X11Platform::X11Platform()
-    : m_screens(m_connection), m_hotKeys(m_connection), m_desktop(m_connection)
+    : m_screens(m_connection), m_hotKeys(m_connection), m_desktop(m_connection), m_dialogs(m_desktop)
 {
     setImageAllocator(allocateHugePageImage);
 }

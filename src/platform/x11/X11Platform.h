@@ -30,8 +30,8 @@ private:
     X11ScreenCapture m_screens;
     X11HotKeys m_hotKeys;
     QtClipboard m_clipboard;
-    QtDialogs m_dialogs;
     X11Desktop m_desktop;
+    QtDialogs m_dialogs;
     AutostartLoginItem m_loginItem;
     InodeFolderBookmarks m_bookmarks;
 };

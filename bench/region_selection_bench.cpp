@@ -5,7 +5,8 @@
 // The fake platform cannot draw backdrops, so every panel paints its whole
 // frozen image here: the slow path, taken where the window system cannot.
 #include "RepaintCounter.h"
-#include "capture/SelectionOverlay.h"
+#include "capture/RegionSelectionController.h"
+#include "capture/RegionSelectionView.h"
 #include "platform/fake/FakePlatform.h"
 
 #include <QApplication>
@@ -63,7 +64,7 @@ void BM_OpenOverlayUntilPainted(benchmark::State &state)
         RegionSelectionController controller(std::nullopt, desk.snapshots, desk.displays, desktop, nullptr);
         controller.begin();
         RepaintCounter counter;
-        for (RegionSelectionView *panel : controller.panels())
+        for (RegionSelectionView *panel : controller.views())
             panel->installEventFilter(&counter);
         while (counter.repaints < 2)
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
@@ -87,7 +88,7 @@ void BM_OpenOverlayAndRender(benchmark::State &state)
     for (auto _ : state) {
         RegionSelectionController controller(std::nullopt, desk.snapshots, desk.displays, desktop, nullptr);
         controller.begin();
-        for (RegionSelectionView *panel : controller.panels()) {
+        for (RegionSelectionView *panel : controller.views()) {
             QPainter painter(&target);
             panel->paint(painter);
         }
@@ -108,7 +109,7 @@ void BM_DragStep(benchmark::State &state)
     FakeDesktop desktop;
     RegionSelectionController controller(std::nullopt, desk.snapshots, desk.displays, desktop, nullptr);
     controller.begin();
-    RegionSelectionView *view = controller.panels().front();
+    RegionSelectionView *view = controller.views().front();
     RepaintCounter counter;
     view->installEventFilter(&counter);
     while (counter.repaints < 1)

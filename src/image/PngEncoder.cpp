@@ -1,4 +1,4 @@
-#include "capture/PngEncoder.h"
+#include "image/PngEncoder.h"
 
 #include <QByteArrayView>
 #include <QScopeGuard>

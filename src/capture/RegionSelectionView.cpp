@@ -1,29 +1,24 @@
-#include "capture/SelectionOverlay.h"
+#include "capture/RegionSelectionView.h"
 
-#include "capture/OverlayPanel.h"
-#include "platform/Desktop.h"
+#include "capture/RegionSelectionController.h"
+#include "capture/SelectionGeometry.h"
 
-#include <QCursor>
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QKeyEvent>
 #include <QMouseEvent>
 #include <QPainter>
 #include <QPainterPath>
-#include <QTimer>
 
 #include <algorithm>
 #include <cmath>
-#include <utility>
 
 namespace pixmora {
 
 namespace {
 
-constexpr double minimumSide = 2.0;
-constexpr double labelGap = 15.0, labelInset = 10.0, labelInsideLift = 5.0;
 constexpr double labelPadX = 5.0, labelPadY = 2.5, labelCornerRadius = 4.0;
-constexpr double hintTop = 64.0, hintPadX = 12.0, hintPadY = 6.0;
+constexpr double hintPadX = 12.0, hintPadY = 6.0;
 // Antialiased edges and the border reach at most this far past the shapes' boxes.
 constexpr double paintSlack = 2.0;
 
@@ -55,120 +50,6 @@ QRect pixelsInside(const QRectF &rect)
 }
 
 } // namespace
-
-namespace SelectionGeometry {
-
-QRectF normalizedRect(QPointF a, QPointF b)
-{
-    return QRectF(QPointF(std::min(a.x(), b.x()), std::min(a.y(), b.y())),
-                  QSizeF(std::abs(a.x() - b.x()), std::abs(a.y() - b.y())));
-}
-
-bool isAccepted(const QRectF &selection)
-{
-    return selection.width() >= minimumSide && selection.height() >= minimumSide;
-}
-
-QString sizeLabelText(QSizeF size)
-{
-    return QStringLiteral("%1 %2 %3").arg(qint64(size.width())).arg(QChar(0x00D7)).arg(qint64(size.height()));
-}
-
-QRectF sizeLabelRect(const QRectF &selection, QSizeF labelSize, QSizeF viewSize)
-{
-    double x = selection.right() - labelSize.width() - labelInset;
-    double y = selection.bottom() + labelGap;
-    if (y + labelSize.height() > viewSize.height())
-        y = selection.bottom() - labelInsideLift - labelSize.height();
-    if (x < 0)
-        x = selection.left();
-    return QRectF(QPointF(x, y), labelSize);
-}
-
-QRectF hintTextRect(QSizeF textSize, QSizeF viewSize)
-{
-    return QRectF(QPointF(viewSize.width() / 2 - textSize.width() / 2, hintTop), textSize);
-}
-
-} // namespace SelectionGeometry
-
-// --- RegionSelectionController ---
-
-RegionSelectionController::RegionSelectionController(std::optional<QString> hint, DisplaySnapshots snapshots,
-                                                     DisplayList displays, Desktop &desktop, Completion completion)
-    : m_completion(std::move(completion)),
-      m_hint(std::move(hint)),
-      m_snapshots(std::move(snapshots)),
-      m_displays(std::move(displays)),
-      m_desktop(desktop)
-{
-}
-
-RegionSelectionController::~RegionSelectionController() = default;
-
-QList<RegionSelectionView *> RegionSelectionController::panels() const
-{
-    QList<RegionSelectionView *> result;
-    for (const auto &panel : m_panels)
-        result.append(panel.get());
-    return result;
-}
-
-void RegionSelectionController::begin()
-{
-    m_previousWindow = m_desktop.activeWindow();
-    m_desktop.activateApplication();
-    const QPoint mouse = QCursor::pos();
-
-    RegionSelectionView *keyPanel = nullptr;
-    for (const DisplayInfo &display : m_displays) {
-        const auto snapshot = m_snapshots.find(display.id);
-        if (snapshot == m_snapshots.end())
-            continue;
-        auto panel = std::make_unique<RegionSelectionView>(this, m_hint, display, snapshot->second, m_desktop);
-        panel->present(false);
-        if (!keyPanel && display.frame.contains(mouse))
-            keyPanel = panel.get();
-        m_panels.push_back(std::move(panel));
-    }
-    if (m_panels.empty()) {
-        // Nothing to select on: cancel rather than leave the flow waiting forever.
-        QTimer::singleShot(0, this, [this] { finish(std::nullopt, nullptr); });
-        return;
-    }
-    // The key panel is chosen after all are shown, so that no later one takes the focus.
-    (keyPanel ? keyPanel : m_panels.front().get())->makeKey();
-
-    // A display that goes away leaves a panel over nothing, and its rectangle would be meaningless.
-    connect(qGuiApp, &QGuiApplication::screenRemoved, this, [this] { finish(std::nullopt, nullptr); });
-}
-
-void RegionSelectionController::finish(std::optional<QRectF> rect, const DisplayInfo *display)
-{
-    if (m_finished)
-        return;
-    m_finished = true;
-
-    std::optional<RegionSelection> selection;
-    if (rect && display && SelectionGeometry::isAccepted(*rect))
-        selection = RegionSelection{*rect, *display};
-
-    // Usually called from inside one of the views' event handlers, so the
-    // panels are hidden now and deleted once that handler has returned.
-    for (auto &panel : m_panels) {
-        panel->hide();
-        panel.release()->deleteLater();
-    }
-    m_panels.clear();
-
-    if (m_previousWindow != 0)
-        m_desktop.activateWindow(std::exchange(m_previousWindow, 0));
-
-    if (Completion completion = std::exchange(m_completion, nullptr))
-        completion(std::move(selection));
-}
-
-// --- RegionSelectionView ---
 
 RegionSelectionView::RegionSelectionView(QPointer<RegionSelectionController> controller, std::optional<QString> hint,
                                          const DisplayInfo &display, QImage snapshot, Desktop &desktop)
@@ -270,7 +151,7 @@ void RegionSelectionView::mousePressEvent(QMouseEvent *event)
     event->accept();
     if (!m_controller || event->button() != Qt::LeftButton)
         return;
-    makeKey();
+    takeKeyboard();
     // The hint goes away; a drag whose mouse-up never arrived goes as a whole.
     QRegion changed = m_dragStart ? QRegion(rect()) : QRegion(hintCapsule().toAlignedRect());
     m_dragStart = m_dragCurrent = insideBounds(event->position());
@@ -311,14 +192,7 @@ void RegionSelectionView::keyPressEvent(QKeyEvent *event)
     // Every other key is swallowed: nothing behind the overlay should see it.
     event->accept();
     if (m_controller && event->key() == Qt::Key_Escape)
-        m_controller->finish(std::nullopt, nullptr);
-}
-
-bool RegionSelectionView::event(QEvent *event)
-{
-    if (event->type() == QEvent::Enter && m_controller)
-        makeKey();
-    return OverlayPanel::event(event);
+        m_controller->cancel();
 }
 
 } // namespace pixmora

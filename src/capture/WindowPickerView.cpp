@@ -1,8 +1,8 @@
-#include "capture/WindowPicker.h"
+#include "capture/WindowPickerView.h"
 
+#include "capture/WindowPickerController.h"
 #include "platform/Desktop.h"
 
-#include <QCursor>
 #include <QFontMetricsF>
 #include <QGuiApplication>
 #include <QKeyEvent>
@@ -23,40 +23,6 @@ constexpr double outlineWidth = 3.0;
 constexpr double labelRadius = 6.0;
 // The stroke's outer half plus a pixel of antialiasing.
 constexpr int outlineBleed = 3;
-
-constexpr int minimumSide = 40;
-constexpr int firstDockLayer = 20;
-
-// Half-open, like the frames of the window system: the right and bottom edges
-// belong to the next window.
-bool frameContains(const QRect &frame, QPointF point)
-{
-    return point.x() >= frame.left() && point.x() < frame.left() + frame.width() && point.y() >= frame.top()
-        && point.y() < frame.top() + frame.height();
-}
-
-bool sameWindow(const std::optional<WindowInfo> &a, const std::optional<WindowInfo> &b)
-{
-    if (a.has_value() != b.has_value())
-        return false;
-    return !a || a->id == b->id;
-}
-
-// On screen, layer 0 to 19 (no desktop, docks or panels), at least 40 x 40
-// points, not ours.
-bool isCandidate(const WindowInfo &window, qint64 ownPid)
-{
-    return window.onScreen && window.layer >= 0 && window.layer < firstDockLayer
-        && window.frame.width() >= minimumSide && window.frame.height() >= minimumSide && !window.ownWindow
-        && window.pid != ownPid;
-}
-
-WindowList candidatesAmong(WindowList windows)
-{
-    const qint64 ownPid = QCoreApplication::applicationPid();  // a system call each time
-    std::erase_if(windows, [ownPid](const WindowInfo &window) { return !isCandidate(window, ownPid); });
-    return windows;
-}
 
 } // namespace
 
@@ -122,14 +88,7 @@ void WindowPickerView::keyPressEvent(QKeyEvent *event)
 {
     event->accept();  // other keys are swallowed, not passed on
     if (event->key() == Qt::Key_Escape && m_picker)
-        m_picker->finish(std::nullopt);
-}
-
-bool WindowPickerView::event(QEvent *event)
-{
-    if (event->type() == QEvent::Enter)
-        makeKey();
-    return OverlayPanel::event(event);
+        m_picker->cancel();
 }
 
 void WindowPickerView::mouseMoveEvent(QMouseEvent *)
@@ -180,85 +139,6 @@ void WindowPickerView::paint(QPainter &painter)
     painter.setPen(Qt::white);
     painter.setFont(m_labelFont);
     painter.drawText(m_outline->label.text, Qt::AlignLeft | Qt::AlignTop | Qt::TextSingleLine, m_outline->text);
-}
-
-WindowPickerController::WindowPickerController(WindowList windows, DisplayList displays, DisplaySnapshots backdrops,
-                                               Desktop &desktop, Completion completion, CursorPosition cursorPosition)
-    : m_completion(std::move(completion)),
-      m_candidates(candidatesAmong(std::move(windows))),
-      m_displays(std::move(displays)),
-      m_backdrops(std::move(backdrops)),
-      m_desktop(desktop),
-      m_cursorPosition(cursorPosition ? std::move(cursorPosition) : CursorPosition([] { return QCursor::pos(); }))
-{
-}
-
-WindowPickerController::~WindowPickerController()
-{
-    for (WindowPickerView *panel : m_panels)
-        delete panel;
-}
-
-void WindowPickerController::begin()
-{
-    m_previousWindow = m_desktop.activeWindow();
-    m_desktop.activateApplication();
-
-    const QPoint mouse = m_cursorPosition();
-    bool keyChosen = false;
-    for (const DisplayInfo &display : m_displays) {
-        const auto backdrop = m_backdrops.find(display.id);
-        auto *panel = new WindowPickerView(*this, m_desktop, display,
-                                           backdrop != m_backdrops.end() ? backdrop->second : QImage());
-        const bool key = !keyChosen && display.frame.contains(mouse);
-        keyChosen = keyChosen || key;
-        panel->present(key);
-        m_panels.push_back(panel);
-    }
-    if (!keyChosen && !m_panels.empty())
-        m_panels.front()->makeKey();
-
-    updateHighlight();
-}
-
-std::optional<WindowInfo> WindowPickerController::windowUnder(QPointF globalPoint) const
-{
-    const auto hit = std::find_if(m_candidates.begin(), m_candidates.end(),
-                                  [globalPoint](const WindowInfo &window) { return frameContains(window.frame, globalPoint); });
-    if (hit == m_candidates.end())
-        return std::nullopt;
-    return *hit;
-}
-
-void WindowPickerController::updateHighlight()
-{
-    const std::optional<WindowInfo> found = windowUnder(m_cursorPosition());
-    for (WindowPickerView *panel : m_panels)
-        if (!sameWindow(panel->highlighted(), found))
-            panel->setHighlighted(found);
-}
-
-void WindowPickerController::finish(std::optional<WindowInfo> window)
-{
-    if (m_finished)
-        return;
-    m_finished = true;
-
-    // Deleted later: finish usually runs inside one of the views' own event handlers.
-    for (WindowPickerView *panel : m_panels) {
-        panel->hide();
-        panel->deleteLater();
-    }
-    m_panels.clear();
-
-    if (m_previousWindow != 0) {
-        m_desktop.activateWindow(m_previousWindow);
-        m_previousWindow = 0;
-    }
-
-    // The completion may delete this controller; nothing of it is touched afterwards.
-    const Completion completion = std::move(m_completion);
-    completion(std::move(window));
 }
 
 } // namespace pixmora

@@ -1,5 +1,7 @@
 #include "OverlayPanelImages.h"
-#include "capture/SelectionOverlay.h"
+#include "capture/RegionSelectionController.h"
+#include "capture/RegionSelectionView.h"
+#include "capture/SelectionGeometry.h"
 #include "platform/fake/FakePlatform.h"
 
 #include <QCursor>
@@ -70,7 +72,7 @@ protected:
             });
         controller->begin();
     }
-    RegionSelectionView *view(int index) const { return controller->panels().at(index); }
+    RegionSelectionView *view(int index) const { return controller->views().at(index); }
 };
 
 } // namespace
@@ -85,7 +87,7 @@ TEST(OverlayPanel, PaintsTheBackdropUnlessTheWindowSystemCanAndThenOnlyWhatChang
         FakeDesktop desktop;
         desktop.drawsOverlayBackdrops = windowSystemDraws;
         RecordingPanel panel({1, {0, 0, 320, 240}, {0, 0, 320, 240}, 1.0, {}}, desktop, backdrop, Qt::black);
-        panel.present(false);
+        panel.present();
         ASSERT_TRUE(QTest::qWaitForWindowExposed(&panel));
         QCoreApplication::sendPostedEvents();
         const QRegion firstPaint = windowSystemDraws ? QRegion(40, 30, 50, 20) : QRegion(0, 0, 320, 240);

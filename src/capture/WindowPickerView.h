@@ -1,20 +1,14 @@
 #pragma once
 
-#include "capture/DisplaySnapshots.h"
 #include "capture/OverlayPanel.h"
-#include "platform/Displays.h"
 
 #include <QFont>
-#include <QObject>
 #include <QPointer>
 
-#include <functional>
 #include <optional>
-#include <vector>
 
 namespace pixmora {
 
-class Desktop;
 class WindowPickerController;
 
 // One display's picker panel: shows the desktop lightly dimmed and outlines
@@ -45,7 +39,6 @@ public:
 
 protected:
     QRegion decorations() const override;
-    bool event(QEvent *event) override;
     void keyPressEvent(QKeyEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mousePressEvent(QMouseEvent *event) override;
@@ -66,48 +59,6 @@ private:
     QFont m_labelFont;
     std::optional<WindowInfo> m_highlighted;
     std::optional<Outline> m_outline;
-};
-
-// Covers every display with a panel, outlines the candidate window under the
-// pointer and reports the one clicked, or nothing.
-//
-// The panels show a frozen image of each display rather than being see-through:
-// without a compositing manager, X11 cannot show the desktop through a window.
-class WindowPickerController : public QObject {
-    Q_OBJECT
-
-public:
-    using Completion = std::function<void(std::optional<WindowInfo>)>;
-    using CursorPosition = std::function<QPoint()>;
-
-    // Windows topmost first, as the window list gives them. cursorPosition
-    // reports the pointer in global points (QCursor::pos unless given).
-    WindowPickerController(WindowList windows, DisplayList displays, DisplaySnapshots backdrops, Desktop &desktop,
-                           Completion completion, CursorPosition cursorPosition = {});
-    ~WindowPickerController() override;
-
-    // The windows that can be picked, in the given order.
-    const WindowList &candidates() const { return m_candidates; }
-    const std::vector<WindowPickerView *> &panels() const { return m_panels; }
-
-    void begin();
-    // The first candidate whose frame contains the point.
-    std::optional<WindowInfo> windowUnder(QPointF globalPoint) const;
-    void updateHighlight();
-    QPoint cursorPosition() const { return m_cursorPosition(); }
-    // Closes the picker and calls the completion; only the first call counts.
-    void finish(std::optional<WindowInfo> window);
-
-private:
-    std::vector<WindowPickerView *> m_panels;
-    Completion m_completion;
-    bool m_finished = false;
-    const WindowList m_candidates;
-    const DisplayList m_displays;
-    DisplaySnapshots m_backdrops;
-    quint64 m_previousWindow = 0;
-    Desktop &m_desktop;
-    const CursorPosition m_cursorPosition;
 };
 
 } // namespace pixmora

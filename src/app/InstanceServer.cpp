@@ -1,4 +1,4 @@
-#include "app/InstanceChannel.h"
+#include "app/InstanceServer.h"
 
 #include <QDataStream>
 #include <QLocalServer>

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <QImage>
+
+namespace pixmora {
+
+// One captured bitmap (device pixels) and the backing scale of the display it
+// came from: device pixels per point, 2.0 on a high-density display.
+struct CapturedImage {
+    QImage image;
+    double scale = 1.0;
+};
+
+} // namespace pixmora

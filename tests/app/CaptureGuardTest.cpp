@@ -1,0 +1,65 @@
+#include "AppHarness.h"
+
+#include "capture/AreaCaptureFlow.h"
+#include "capture/RegionSelectionController.h"
+
+#include <gtest/gtest.h>
+
+using namespace pixmora;
+using namespace pixmora::test;
+
+namespace {
+
+using Command = void (AppDelegate::*)();
+const QList<Command> captureCommands{&AppDelegate::startRegionCapture, &AppDelegate::startWindowCapture,
+                                     &AppDelegate::startFullScreenCapture};
+
+// Commands during the flow are dropped, whatever their mode; once it ends the next one starts at once.
+TEST(CaptureGuardTest, OneFlowAtATimeAndTheNextStartsAtOnce)
+{
+    for (const bool selected : {true, false}) {
+        AppHarness h;
+        h.app->startRegionCapture();
+        auto *flow = qobject_cast<AreaCaptureFlow *>(h.app->captureFlow());
+        ASSERT_NE(flow, nullptr);
+        const int snapshots = h.fake.screens.displayCaptureCount;
+        for (const Command command : captureCommands)
+            (h.app.get()->*command)();
+        EXPECT_EQ(h.fake.screens.displayCaptureCount, snapshots);
+        const DisplayInfo &display = h.fake.screens.displayList[0];
+        flow->regionController()->finish(selected ? std::optional(QRectF(10, 10, 50, 50)) : std::nullopt, &display);
+        EXPECT_FALSE(h.app->captureFlowActive());
+        EXPECT_EQ(h.app->history()->entries().size(), selected ? 1u : 0u);
+        h.app->startFullScreenCapture();
+        EXPECT_EQ(h.app->history()->entries().size(), selected ? 3u : 2u);
+    }
+}
+
+// A command given while the capture error alert is open is dropped, in every mode.
+TEST(CaptureGuardTest, TheFlowLastsUntilItsAlertIsClosed)
+{
+    for (const Command start : captureCommands) {
+        AppHarness h;
+        h.fake.screens.beforeDisplayCapture = [](const DisplayInfo &display) {
+            if (display.id == 2)
+                throw Error("The display went away.");
+        };
+        int capturesDuringTheAlert = -1;
+        h.fake.dialogs.whileAlertIsOpen = [&](const Alert &) {
+            EXPECT_TRUE(h.app->captureFlowActive());
+            const int before = h.fake.screens.displayCaptureCount;
+            for (const Command command : captureCommands)
+                (h.app.get()->*command)();
+            capturesDuringTheAlert = h.fake.screens.displayCaptureCount - before;
+        };
+        (h.app.get()->*start)();
+        ASSERT_EQ(h.fake.dialogs.alerts.size(), 1);
+        EXPECT_EQ(h.fake.dialogs.alerts[0].message, "Could Not Capture the Screen");
+        EXPECT_EQ(h.fake.dialogs.alerts[0].informative, "The display went away.");
+        EXPECT_EQ(capturesDuringTheAlert, 0);
+        EXPECT_FALSE(h.app->captureFlowActive());
+        EXPECT_EQ(h.fake.clipboard.writeCount, 0);
+    }
+}
+
+} // namespace

@@ -1,0 +1,46 @@
+#include "image/PngEncoder.h"
+
+#include "TestImages.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <thread>
+
+using namespace pixmora;
+using pixmora::test::noise;
+
+TEST(Png, RoundTripsEveryFormatAsRgbWhenOpaqueElseRgbaAt72DpiTimesScale)
+{
+    const struct { QImage::Format format; bool translucent; int colourType; double scale; int dpi; } cases[] = {
+        {QImage::Format_RGB32, false, 2, 1.0, 72}, {QImage::Format_ARGB32_Premultiplied, false, 2, 2.0, 144},
+        {QImage::Format_RGB888, false, 2, 3.0, 216}, {QImage::Format_Grayscale8, false, 2, 0.0, 72},
+        {QImage::Format_ARGB32_Premultiplied, true, 6, 1.5, 108}, {QImage::Format_ARGB32, true, 6, 1.0, 72},
+        {QImage::Format_RGBA8888, true, 6, 2.0, 144},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.format << (c.translucent ? " translucent" : ""));
+        const QImage image = noise(97, 61, c.format, c.translucent);
+        const QByteArray png = encodePng(image, c.scale);
+        ASSERT_GT(png.size(), 25);
+        EXPECT_EQ(png.at(8 + 8 + 9), c.colourType);
+        const QImage read = QImage::fromData(png);
+        EXPECT_EQ(read.convertToFormat(QImage::Format_ARGB32_Premultiplied),
+                  image.convertToFormat(QImage::Format_ARGB32_Premultiplied));
+        EXPECT_EQ(read.dotsPerMeterX(), std::lround(c.dpi / 0.0254));
+        EXPECT_EQ(read.dotsPerMeterY(), read.dotsPerMeterX());
+    }
+    EXPECT_TRUE(encodePng(QImage(), 2.0).isEmpty());
+}
+
+TEST(Png, ALargeImageEncodedOnTwoThreadsAtOnceStaysIntact)
+{
+    const QImage image = noise(1000, 701, QImage::Format_ARGB32_Premultiplied, true);  // two bands, odd height
+    QByteArray png, sameOnTheOtherThread;
+    std::thread other([&] { sameOnTheOtherThread = encodePng(image, 1.0); });
+    png = encodePng(image, 1.0);
+    other.join();
+    EXPECT_EQ(png, sameOnTheOtherThread);
+    // The decoder checks every chunk's CRC and the stream's Adler-32.
+    EXPECT_EQ(QImage::fromData(png).convertToFormat(QImage::Format_ARGB32_Premultiplied), image);
+}
