@@ -1,0 +1,270 @@
+#include "markup/Annotation.h"
+
+#include <QFontMetricsF>
+#include <QPainter>
+#include <QPainterPath>
+#include <QPainterPathStroker>
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <numbers>
+
+namespace pixmora {
+namespace {
+
+using Kind = Annotation::Kind;
+constexpr double pi = std::numbers::pi;
+
+// Drawn through the canvas's kind of map, offset + scale * point, onto a clear surface.
+QImage drawn(const Annotation &annotation, double scale = 1, QPointF offset = {}, QSize size = {400, 400})
+{
+    QImage surface(size, QImage::Format_ARGB32_Premultiplied);
+    surface.fill(Qt::transparent);
+    QPainter painter(&surface);
+    annotation.draw(painter, [=](QPointF point) { return offset + scale * point; }, scale);
+    return surface;
+}
+
+// The most ink within `radius` pixels of the point: a thin slanted line covers no pixel whole.
+int inkAt(const QImage &surface, QPointF point, int radius = 0)
+{
+    int most = 0;
+    for (int dy = -radius; dy <= radius; ++dy)
+        for (int dx = -radius; dx <= radius; ++dx) {
+            const QPoint pixel(int(std::floor(point.x())) + dx, int(std::floor(point.y())) + dy);
+            most = std::max(most, surface.rect().contains(pixel) ? qAlpha(surface.pixel(pixel)) : 0);
+        }
+    return most;
+}
+
+QRect inkBounds(const QImage &surface)
+{
+    QRect bounds;
+    for (int y = 0; y < surface.height(); ++y)
+        for (int x = 0; x < surface.width(); ++x)
+            if (qAlpha(surface.pixel(x, y)) > 0)
+                bounds |= QRect(x, y, 1, 1);
+    return bounds;
+}
+
+TEST(AnnotationDrawing, ArrowHeadIsTwoOpenBarbsOfTheLengthRuleBackFromTheTip)
+{
+    const struct { QPointF from, to; double lineWidth, scale, headLength; } cases[] = {
+        {{20, 100}, {160, 100}, 2, 1, 14},   // max(3.5 * 2, 14)
+        {{20, 100}, {160, 100}, 8, 1, 28},   // max(3.5 * 8, 14)
+        {{100, 20}, {100, 160}, 2, 1, 14},   // pointing down the image
+        {{150, 150}, {40, 60}, 3, 1, 14},
+        {{80, 100}, {80, 100}, 2, 1, 14},    // coincident: pointing right
+        {{40, 300}, {600, 200}, 2, 0.5, 7},  // width 1 at this scale, head 14 * 0.5
+        {{20, 20}, {150, 150}, 6, 2, 42},    // width 12
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.from.x() << "," << c.from.y() << " scale " << c.scale);
+        const QImage surface = drawn(Annotation(Kind::arrow, {c.from, c.to}, Qt::black, c.lineWidth), c.scale);
+        const QPointF tip = c.scale * c.to;
+        const QPointF back = c.from == c.to ? QPointF(-1, 0) : c.from - c.to;
+        const double backAngle = std::atan2(back.y(), back.x());
+        const double halfWidth = std::max(1.0, c.scale * c.lineWidth) / 2;
+        const auto along = [&](double angle, double distance) {
+            return tip + distance * QPointF(std::cos(angle), std::sin(angle));
+        };
+        for (const double barb : {backAngle + pi / 7, backAngle - pi / 7}) {
+            EXPECT_GT(inkAt(surface, along(barb, c.headLength - 1), 1), 128);
+            EXPECT_EQ(inkAt(surface, along(barb, c.headLength + halfWidth + 1.5)), 0);
+        }
+        if (halfWidth <= 1 && c.headLength >= 14) {  // open: nothing between the barbs
+            EXPECT_EQ(inkAt(surface, along(backAngle + pi / 14, 0.8 * c.headLength)), 0);
+        }
+    }
+}
+
+// Lines and strokes have a rasterizer of their own; Qt's fill of the same
+// stroke outline, which measures true area coverage, is the reference.
+TEST(AnnotationDrawing, StrokesMatchQtsOutlineOfTheWidthRuleThroughAnyPainter)
+{
+    const struct { double devicePixelRatio; QTransform world; QRectF clip; } painters[] = {
+        {1, {}, {}},
+        {2, {}, {}},  // a high-density canvas
+        {1, QTransform::fromTranslate(17.5, 9), {40, 30, 90, 200}},
+        {1.25, QTransform::fromScale(1.5, 1.5), {}},
+    };
+    const struct { Kind kind; QColor colour; double lineWidth, scale, penWidth; } strokes[] = {
+        {Kind::line, Qt::black, 2, 0.25, 1},  // never under one unit
+        {Kind::freehand, Qt::darkGreen, 3, 2, 6},
+        {Kind::freehand, QColor(0, 0, 255, 100), 7, 1, 7},  // one coat where it crosses itself
+        {Kind::highlight, Qt::magenta, 2, 1, 8},             // max(3 * 2, 8)
+        {Kind::highlight, Qt::magenta, 4, 1, 12},
+        {Kind::highlight, Qt::magenta, 2, 0.25, 3},  // max(3 * 1, 8 * 0.25)
+    };
+    const QList<QPointF> zigzag = {{20, 20}, {60, 110}, {70, 30}, {140, 120}, {30, 80}};
+    for (const auto &setup : painters) {
+        for (const auto &stroke : strokes) {
+            SCOPED_TRACE(testing::Message() << "ratio " << setup.devicePixelRatio << " kind " << int(stroke.kind)
+                                            << " width " << stroke.lineWidth << " scale " << stroke.scale);
+            const QPolygonF surfacePoints(stroke.kind == Kind::line ? zigzag.mid(0, 2) : zigzag);
+            QColor colour = stroke.colour;
+            colour.setAlphaF(stroke.kind == Kind::highlight ? 0.35 : colour.alphaF());
+            QImage ours(400, 400, QImage::Format_ARGB32_Premultiplied);
+            ours.fill(Qt::transparent);
+            ours.setDevicePixelRatio(setup.devicePixelRatio);
+            QImage theirs = ours;
+            for (QImage *surface : {&ours, &theirs}) {
+                QPainter painter(surface);
+                painter.setWorldTransform(setup.world);
+                if (!setup.clip.isNull())
+                    painter.setClipRect(setup.clip);
+                QPainterPath path;
+                path.addPolygon(surfacePoints);
+                if (surface == &theirs) {
+                    painter.setRenderHint(QPainter::Antialiasing);
+                    const QPen pen(colour, stroke.penWidth, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+                    painter.fillPath(QPainterPathStroker(pen).createStroke(path), colour);
+                    continue;
+                }
+                QList<QPointF> points;
+                for (const QPointF &point : surfacePoints)
+                    points.append(point / stroke.scale);
+                Annotation(stroke.kind, points, stroke.colour, stroke.lineWidth)
+                    .draw(painter, [&](QPointF p) { return stroke.scale * p; }, stroke.scale);
+            }
+            double ourInk = 0, theirInk = 0;
+            int apart = 0;
+            for (int y = 0; y < 400; ++y) {
+                for (int x = 0; x < 400; ++x) {
+                    ourInk += qAlpha(ours.pixel(x, y));
+                    theirInk += qAlpha(theirs.pixel(x, y));
+                    apart += std::abs(qAlpha(ours.pixel(x, y)) - qAlpha(theirs.pixel(x, y))) > 48;
+                }
+            }
+            ASSERT_GT(theirInk, 0);
+            EXPECT_NEAR(ourInk / theirInk, 1, 0.01);
+            // Coverage from the distance to the nearest segment runs light only in the inner
+            // corners of crossings and sharp turns; an edge half a pixel out would differ all along.
+            EXPECT_LE(apart, 10);
+        }
+    }
+}
+
+TEST(AnnotationDrawing, HighlightIsDrawnAtAlphaPoint35WhateverItsColoursOwnAlpha)
+{
+    const int alpha = qRound(0.35 * 255);
+    for (const QColor &colour : {QColor(Qt::red), QColor(0, 0, 255, 128), QColor(0, 200, 0, 10),
+                                 QColor::fromHsvF(0.15, 1, 1, 0.5)}) {
+        SCOPED_TRACE(colour.name(QColor::HexArgb).toStdString());
+        const QRgb pixel = drawn(Annotation(Kind::highlight, {{20, 100}, {300, 100}}, colour, 4)).pixel(150, 100);
+        QColor expected = colour;
+        expected.setAlpha(alpha);
+        EXPECT_EQ(pixel, qPremultiply(expected.rgba()));
+    }
+    // A second stroke over the first is a second coat: no special blending.
+    QImage surface = drawn(Annotation(Kind::highlight, {{20, 100}, {300, 100}}, Qt::yellow, 4));
+    QPainter painter(&surface);
+    Annotation(Kind::highlight, {{20, 110}, {300, 110}}, Qt::yellow, 4).draw(painter, [](QPointF p) { return p; }, 1);
+    EXPECT_NEAR(qAlpha(surface.pixel(100, 105)), alpha + alpha * (255 - alpha) / 255.0, 1);
+}
+
+TEST(AnnotationDrawing, TextHangsFromItsAnchorAtPixelSizeScaleTimesFontSize)
+{
+    const struct { double fontSize, scale; QPointF anchor, offset; } cases[] = {
+        {40, 1, {30, 40}, {}},
+        {40, 0.5, {60, 80}, {7.25, 3.5}},
+        {28, 0.37, {200, 300}, {}},
+        {64, 1.5, {20, 30}, {}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << "fontSize " << c.fontSize << " scale " << c.scale);
+        const QRect ink = inkBounds(drawn(Annotation(Kind::text, {c.anchor}, Qt::black, 4, "H", c.fontSize), c.scale,
+                                          c.offset));
+        const QPointF anchor = c.offset + c.scale * c.anchor;
+        const double size = c.scale * c.fontSize;
+        EXPECT_GE(ink.top(), std::floor(anchor.y()));   // nothing above the anchor
+        EXPECT_LE(ink.top(), anchor.y() + 0.4 * size);  // only the line box's gap above the capital
+        EXPECT_GE(ink.left(), std::floor(anchor.x()) - 1);
+        EXPECT_LE(ink.left(), anchor.x() + 0.2 * size);
+        QFont font;  // a capital of pixel size F (not points) is this tall
+        font.setPixelSize(100);
+        font.setWeight(QFont::DemiBold);
+        EXPECT_NEAR(ink.height(), QFontMetricsF(font).tightBoundingRect("H").height() * size / 100, 2);
+    }
+}
+
+TEST(AnnotationDrawing, ShapesAreOutlinesAndThePainterIsLeftAsItWas)
+{
+    for (const Kind kind : {Kind::rectangle, Kind::oval}) {
+        SCOPED_TRACE(int(kind));
+        QImage surface(200, 160, QImage::Format_ARGB32_Premultiplied);
+        surface.fill(Qt::transparent);
+        QPainter painter(&surface);
+        const QPen pen(Qt::green, 9, Qt::DashLine);
+        painter.setPen(pen);
+        painter.setBrush(Qt::red);
+        painter.setCompositionMode(QPainter::CompositionMode_Xor);
+        painter.translate(10, 20);
+        Annotation(kind, {{130, 100}, {30, 20}}, Qt::blue, 4).draw(painter, [](QPointF p) { return p; }, 1);
+        EXPECT_EQ(painter.pen(), pen);
+        EXPECT_EQ(painter.brush(), QBrush(Qt::red));
+        EXPECT_EQ(painter.compositionMode(), QPainter::CompositionMode_Xor);
+        EXPECT_FALSE(painter.testRenderHint(QPainter::Antialiasing));
+        EXPECT_EQ(painter.worldTransform(), QTransform::fromTranslate(10, 20));
+        painter.end();
+        EXPECT_EQ(qAlpha(surface.pixel(10 + 80, 20 + 60)), 0);        // not filled
+        EXPECT_EQ(surface.pixel(10 + 30, 20 + 60), qRgb(0, 0, 255));  // the left side
+    }
+}
+
+TEST(AnnotationGeometry, BoundingBoxSpansThePointsAndTheTextEstimateWidenedByTheLineWidth)
+{
+    const struct { Annotation annotation; QRectF box; } cases[] = {
+        {{Kind::freehand, {}, Qt::red, 5}, {0, 0, 0, 0}},
+        {{Kind::line, {{10, 20}, {30, 5}}, Qt::red, 2}, {8, 3, 24, 19}},
+        {{Kind::arrow, {{0, 0}, {100, 0}}, Qt::red, 2}, {-2, -2, 104, 4}},  // not the head
+        {{Kind::freehand, {{5, 5}, {15, 25}, {0, 10}}, Qt::red, 1}, {-1, 4, 17, 22}},
+        {{Kind::text, {{100, 50}}, Qt::red, 4, "Hi", 40}, {96, 46, 56, 64}},
+        {{Kind::text, {{0, 0}}, Qt::red, 0, "", 10}, {0, 0, 6, 14}},
+        {{Kind::text, {{0, 0}}, Qt::red, 0, "e\u0301t\u0301", 10}, {0, 0, 12, 14}},       // two perceived characters
+        {{Kind::text, {{0, 0}}, Qt::red, 0, "\U0001F1EB\U0001F1F7", 10}, {0, 0, 6, 14}},  // one flag
+    };
+    for (const auto &[annotation, box] : cases) {
+        SCOPED_TRACE(testing::Message() << int(annotation.kind()) << " " << annotation.text().toStdString());
+        EXPECT_EQ(annotation.boundingBox(), box);
+    }
+}
+
+TEST(AnnotationGeometry, DrawnAreaHoldsEveryInkedPixelAndLittleElse)
+{
+    const Annotation annotations[] = {
+        {Kind::arrow, {{20, 30}, {120, 90}}, Qt::black, 4},
+        {Kind::arrow, {{60, 60}, {60, 60}}, Qt::black, 3},
+        {Kind::line, {{40, 40}, {40, 40}}, Qt::black, 4},  // no length: its round caps make a dot
+        {Kind::freehand, {{10, 10}, {80, 90}, {90, 20}, {150, 140}}, Qt::black, 4},
+        {Kind::highlight, {{10, 60}, {140, 60}, {100, 100}}, Qt::black, 4},
+        {Kind::rectangle, {{120, 20}, {20, 90}}, Qt::black, 5},
+        {Kind::oval, {{20, 20}, {140, 70}}, Qt::black, 3},
+        {Kind::text, {{20, 30}}, Qt::black, 4, "Hg fj \u00C5\u00C9", 40},
+        {Kind::text, {{20, 30}}, Qt::black, 4, "two\nlines", 28},
+    };
+    for (const Annotation &annotation : annotations) {
+        for (const double scale : {0.37, 1.0, 2.5}) {
+            SCOPED_TRACE(testing::Message() << int(annotation.kind()) << " scale " << scale);
+            const QPointF offset(13.3, 7.9);
+            const QRect ink = inkBounds(drawn(annotation, scale, offset, {500, 500}));
+            const QRect area = annotation.drawnArea([=](QPointF p) { return offset + scale * p; }, scale).toAlignedRect();
+            ASSERT_FALSE(ink.isEmpty());
+            EXPECT_TRUE(area.contains(ink));
+            // Text's line boxes reach below the baseline whether or not a glyph does.
+            if (annotation.kind() != Kind::text) {
+                EXPECT_TRUE(ink.marginsAdded(QMargins(3, 3, 3, 3)).contains(area));
+            }
+        }
+    }
+    for (const Annotation &nothing : {Annotation(Kind::freehand, {{10, 10}}, Qt::black, 4),
+                                      Annotation(Kind::oval, {{10, 10}}, Qt::black, 4),
+                                      Annotation(Kind::text, {{10, 10}}, Qt::black, 4, "Hi", 0)}) {
+        EXPECT_TRUE(inkBounds(drawn(nothing)).isEmpty());
+        EXPECT_TRUE(nothing.drawnArea([](QPointF p) { return p; }, 1).isEmpty());
+    }
+}
+
+} // namespace
+} // namespace pixmora

@@ -1,0 +1,194 @@
+#include "markup/MarkupDocument.h"
+
+#include <QColorSpace>
+#include <QPainter>
+
+#include <gtest/gtest.h>
+
+namespace pixmora {
+namespace {
+
+using Kind = Annotation::Kind;
+using Corners = std::vector<QPointF>;
+
+QImage filled(QSize size, QImage::Format format, QRgb colour)
+{
+    QImage image(size, QImage::Format_ARGB32);
+    image.fill(colour);
+    return image.convertToFormat(format);
+}
+
+Annotation box(QPointF topLeft, QPointF bottomRight, QColor colour = Qt::red)
+{
+    return Annotation(Kind::rectangle, {topLeft, bottomRight}, colour, 2);
+}
+
+// A document that counts its change notices.
+struct Document {
+    MarkupDocument document{filled({200, 150}, QImage::Format_RGB32, 0xffffffff)};
+    int changes = 0;
+
+    Document() { document.onChange = [this] { ++changes; }; }
+    MarkupDocument *operator->() { return &document; }
+    Corners firstPoints() const
+    {
+        Corners result;
+        for (const Annotation &annotation : document.annotations())
+            result.push_back(annotation.points().front());
+        return result;
+    }
+};
+
+TEST(MarkupDocument, KeepsAFinishedAnnotationUnlessItIsAStrayClickOrBlankText)
+{
+    const QPointF p(50, 50);
+    const struct { Annotation annotation; bool kept; } cases[] = {
+        {{Kind::rectangle, {p, p}, Qt::red, 4}, true},               // a click at the default width: 8 x 8
+        {{Kind::rectangle, {p, p}, Qt::red, 1}, false},              // 2 x 2
+        {{Kind::oval, {p, p}, Qt::red, 1.5}, false},                 // 3 x 3 is not above 3
+        {{Kind::line, {p, p + QPointF(2, 0)}, Qt::red, 0.6}, true},  // 3.2 wide
+        {{Kind::freehand, {p}, Qt::red, 1}, false},
+        {{Kind::freehand, {p, p + QPointF(1, 0), p + QPointF(1, 1)}, Qt::red, 1}, true},  // three points
+        {{Kind::text, {p}, Qt::red, 1, " \n\t ", 40}, false},
+        {{Kind::text, {p}, Qt::red, 1, "  Hi \n", 40}, true},
+    };
+    for (const auto &[annotation, kept] : cases) {
+        SCOPED_TRACE(testing::Message() << int(annotation.kind()) << " lineWidth " << annotation.lineWidth());
+        Document document;
+        EXPECT_EQ(document->add(annotation), kept);
+        EXPECT_EQ(document->annotations().size(), kept ? 1u : 0u);
+        EXPECT_EQ(document->canUndo(), kept);
+        EXPECT_EQ(document.changes, kept ? 1 : 0);
+        EXPECT_EQ(document->selection(), kept ? std::optional<std::size_t>(0) : std::nullopt);
+        if (kept && annotation.kind() == Kind::text) {
+            EXPECT_EQ(document->annotations().front().text(), "Hi");
+        }
+    }
+}
+
+TEST(MarkupDocument, UndoRedoAndDeleteStepThroughWholeStates)
+{
+    Document document;
+    document->undo();
+    document->redo();
+    document->deleteSelection();
+    EXPECT_EQ(document.changes, 0);
+    for (const double x : {10, 60, 110})
+        document->add(box({x, 10}, {x + 30, 40}));
+    document->undo();
+    EXPECT_EQ(document.firstPoints(), (Corners{{10, 10}, {60, 10}}));
+    EXPECT_FALSE(document->selection());
+    document->beginMove({20, 20});  // selects the first
+    document->endMove();
+    document->redo();
+    EXPECT_EQ(document.firstPoints(), (Corners{{10, 10}, {60, 10}, {110, 10}}));
+    EXPECT_FALSE(document->selection());
+    EXPECT_FALSE(document->canRedo());
+
+    document->beginMove({20, 20});
+    document->endMove();
+    document->deleteSelection();  // the selection
+    document->deleteSelection();  // then the topmost
+    EXPECT_EQ(document.firstPoints(), (Corners{{60, 10}}));
+    document->undo();
+    document->add(box({5, 5}, {20, 20}));  // a new change drops what could be redone
+    EXPECT_FALSE(document->canRedo());
+    EXPECT_EQ(document.changes, 9);
+    document->undo();
+    document->undo();
+    EXPECT_EQ(document.firstPoints(), (Corners{{10, 10}, {60, 10}, {110, 10}}));
+}
+
+TEST(MarkupDocument, AMoveIsOneUndoStepOnlyWhenSomethingMovedAndNeverReachesIntoTheHistory)
+{
+    Document document;
+    document->add(box({10, 10}, {50, 50}));  // bounding box 8..52
+    document->add(box({30, 30}, {90, 90}));  // 28..92, on top
+    const int changes = document.changes;
+
+    document->beginMove({40, 40});  // where both are, the topmost
+    EXPECT_EQ(document->selection(), 1u);
+    document->continueMove({45, 42});
+    document->continueMove({50, 50});
+    document->endMove();
+    EXPECT_EQ(document.firstPoints(), (Corners{{10, 10}, {40, 40}}));
+    EXPECT_EQ(document.changes, changes + 1);
+
+    // A click without travel, and presses beside both (a box owns its left edge, not its right), record nothing.
+    for (const QPointF press : {QPointF(8, 8), QPointF(150, 20), QPointF(52, 20)}) {
+        document->beginMove(press);
+        EXPECT_EQ(document->selection(), press == QPointF(8, 8) ? std::optional<std::size_t>(0) : std::nullopt);
+        document->continueMove(press + (press == QPointF(8, 8) ? QPointF() : QPointF(30, 30)));
+        document->endMove();
+    }
+    EXPECT_EQ(document.changes, changes + 1);
+    document->undo();
+    EXPECT_EQ(document.firstPoints(), (Corners{{10, 10}, {30, 30}}));
+
+    // An undo in the middle of a drag ends the gesture: its release records nothing.
+    document->redo();
+    document->beginMove({60, 60});
+    document->continueMove({70, 70});
+    document->undo();
+    document->continueMove({80, 80});
+    document->endMove();
+    EXPECT_EQ(document.firstPoints(), (Corners{{10, 10}, {30, 30}}));
+    EXPECT_TRUE(document->canRedo());
+}
+
+TEST(MarkupDocumentRender, FullSizePremultipliedInTheCapturesColourSpaceElseSrgb)
+{
+    const QImage opaque = filled({64, 48}, QImage::Format_RGB32, 0xff336699);
+    QImage retina = opaque, p3 = opaque;
+    retina.setDevicePixelRatio(2);
+    p3.setColorSpace(QColorSpace::DisplayP3);
+    QImage indexed(64, 48, QImage::Format_Indexed8);
+    indexed.setColorTable({qRgb(200, 100, 50)});
+    indexed.fill(0);
+    const struct { QImage base; QRgb pixel; QColorSpace colourSpace; } cases[] = {
+        {opaque, 0xff336699, QColorSpace::SRgb},
+        {retina, 0xff336699, QColorSpace::SRgb},
+        {p3, 0xff336699, QColorSpace::DisplayP3},
+        {filled({64, 48}, QImage::Format_ARGB32, 0x80402010), 0x80201008, QColorSpace::SRgb},  // read premultiplied
+        {filled({64, 48}, QImage::Format_Grayscale8, 0xff555555), 0xff555555, QColorSpace::SRgb},
+        {indexed, qRgb(200, 100, 50), QColorSpace::SRgb},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.base.format());
+        const QImage result = MarkupDocument(c.base).render();
+        EXPECT_EQ(result.size(), QSize(64, 48));
+        EXPECT_EQ(result.devicePixelRatio(), 1.0);
+        EXPECT_EQ(result.format(), QImage::Format_ARGB32_Premultiplied);
+        EXPECT_EQ(result.colorSpace(), c.colourSpace);
+        EXPECT_EQ(result.pixel(63, 47), c.pixel);
+    }
+    EXPECT_TRUE(MarkupDocument(QImage()).render().isNull());
+}
+
+TEST(MarkupDocumentRender, AnnotationsComeOutAtTheirStoredSizeInOrderOverAnUntouchedCapture)
+{
+    const QImage white = filled({400, 300}, QImage::Format_RGB32, 0xffffffff);
+    MarkupDocument document(white);
+    document.add(Annotation(Kind::line, {{20, 100.5}, {380, 100.5}}, Qt::black, 6));
+    document.add(box({200, 20}, {300, 200}, Qt::red));
+    document.add(box({250, 20}, {350, 200}, Qt::blue));
+    QImage canvas = filled({200, 150}, QImage::Format_RGB32, 0xffffffff);  // at half size
+    QPainter painter(&canvas);
+    for (const Annotation &annotation : document.annotations())
+        annotation.draw(painter, [](QPointF p) { return 0.5 * p; }, 0.5);
+    const QImage flat = document.render();
+
+    const auto widthDown = [](const QImage &image, int column, int firstRow, int endRow) {
+        double sum = 0;
+        for (int y = firstRow; y < endRow; ++y)
+            sum += (255 - qRed(image.pixel(column, y))) / 255.0;
+        return sum;
+    };
+    EXPECT_NEAR(widthDown(flat, 100, 80, 120), 6, 0.1);
+    EXPECT_NEAR(widthDown(canvas, 50, 40, 60), 3, 0.1);
+    EXPECT_EQ(flat.pixel(275, 20), qRgb(0, 0, 255));  // both top edges: the later box's on top
+    EXPECT_EQ(white.pixel(275, 20), qRgb(255, 255, 255));
+}
+
+} // namespace
+} // namespace pixmora
