@@ -7,7 +7,7 @@
 // Runs offscreen unless QT_QPA_PLATFORM says otherwise.
 
 #include "markup/MarkupDocument.h"
-#include "platform/ImageMemory.h"
+#include "image/ImageMemory.h"
 #include "platform/x11/HugePageImages.h"
 
 #include <QGuiApplication>

@@ -1,6 +1,6 @@
 #include "markup/MarkupDocument.h"
 
-#include "platform/ImageMemory.h"
+#include "image/ImageMemory.h"
 
 #include <QColorSpace>
 #include <QPainter>
