@@ -9,10 +9,12 @@ build_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libqt6
 # A real X desktop for the end-to-end tests, and for running without a screen.
 desktop_packages=(xvfb openbox trayer xdotool x11-xserver-utils x11-utils xclip imagemagick xterm
     fonts-dejavu-core dbus-x11 scrot)
+# Making the Debian package and checking it.
+package_packages=(dpkg-dev appstream lintian)
 
 wanted=("${build_packages[@]}")
 if [[ "${1:-}" != "--build-only" ]]; then
-    wanted+=("${desktop_packages[@]}")
+    wanted+=("${desktop_packages[@]}" "${package_packages[@]}")
 fi
 
 missing=()

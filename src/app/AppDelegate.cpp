@@ -1,11 +1,14 @@
 #include "app/AppDelegate.h"
 
+#include "app/StatusItemIcon.h"
+
 #include "capture/AreaCaptureFlow.h"
 #include "capture/FullScreenCaptureFlow.h"
 #include "capture/WindowCaptureFlow.h"
 #include "platform/Logging.h"
 
 #include <QCursor>
+#include <QGuiApplication>
 #include <QMap>
 #include <QMenu>
 #include <QPointer>
@@ -52,7 +55,8 @@ void AppDelegate::applicationDidFinishLaunching()
                              command(&AppDelegate::captureFullScreenDelayed), command(&AppDelegate::chooseFolder),
                              command(&AppDelegate::revealFolder), command(&AppDelegate::toggleLaunchAtLogin),
                              command(&AppDelegate::showInstructions), command(&AppDelegate::showAbout)});
-    m_statusItem = std::make_unique<QSystemTrayIcon>(QIcon(QStringLiteral(":/icons/camera-viewfinder.svg")));
+    QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/pixmora.svg")));
+    m_statusItem = std::make_unique<QSystemTrayIcon>(statusItemIcon());
     m_statusItem->setToolTip(QString::fromUtf8("Pixmora — Screenshots"));
     m_statusItem->setContextMenu(m_statusMenu->menu());
     // A left click opens the menu too, as a menu-bar item does.

@@ -47,4 +47,34 @@ TEST(LoginItem, EntryIsWrittenReadAsTheSessionReadsItAndFailuresNameThePath)
     EXPECT_TRUE(failure->contains(entry) || failure->contains(folder)) << qPrintable(*failure);
 }
 
+// An installed entry is copied only when it starts the running binary.
+TEST(LoginItem, InstalledEntryThatStartsThisBinaryBecomesTheAutostartEntry)
+{
+    QTemporaryDir root;
+    const QString installed = root.filePath(QStringLiteral("org.pixmora.Pixmora.desktop"));
+    const QString autostart = root.filePath(QStringLiteral("autostart/pixmora.desktop"));
+    const auto writeInstalled = [&](const QString &exec) {
+        QFile file(installed);
+        const QByteArray text = "[Desktop Entry]\nName=Pixmora\nIcon=org.pixmora.Pixmora\nExec=" + exec.toUtf8() +
+                                "\n\n[Desktop Action CaptureArea]\nExec=" + exec.toUtf8() + " capture area\n";
+        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
+    };
+    const auto autostartText = [&] {
+        QFile file(autostart);
+        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    };
+    AutostartLoginItem item{root.filePath(QStringLiteral("autostart")), installed};
+
+    ASSERT_TRUE(writeInstalled(QCoreApplication::applicationFilePath()));
+    ASSERT_EQ(item.enable(), std::nullopt);
+    EXPECT_TRUE(autostartText().startsWith("[Desktop Entry]\nX-GNOME-Autostart-enabled=true\nName=Pixmora\nIcon=org.pixmora.Pixmora\n"));
+    EXPECT_TRUE(item.isEnabled());
+
+    // Another program of the same name (an older install, say) must not start instead of this one.
+    ASSERT_TRUE(writeInstalled(QStringLiteral("/usr/bin/true")));
+    ASSERT_EQ(item.enable(), std::nullopt);
+    EXPECT_FALSE(autostartText().contains("Icon=")) << autostartText().constData();
+    EXPECT_TRUE(autostartText().contains("Exec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\""));
+}
+
 } // namespace pixmora

@@ -31,7 +31,7 @@ QString execValue(const QString &program)
         .replace(QLatin1Char('\n'), QLatin1String("\\n"));
 }
 
-QByteArray desktopEntry()
+QByteArray generatedEntry()
 {
     const QString text = QStringLiteral("[Desktop Entry]\n"
                                         "Type=Application\n"
@@ -44,6 +44,43 @@ QByteArray desktopEntry()
     return text.toUtf8();
 }
 
+// The value of a key of the main group, or nothing.
+std::optional<QByteArray> mainGroupValue(const QByteArray &entry, const QByteArray &wanted)
+{
+    bool inMainGroup = false;
+    for (const QByteArray &rawLine : entry.split('\n')) {
+        const QByteArray line = rawLine.trimmed();
+        if (line.startsWith('[')) {
+            inMainGroup = line == "[Desktop Entry]";
+            continue;
+        }
+        const qsizetype equals = line.indexOf('=');
+        if (inMainGroup && equals > 0 && line.left(equals).trimmed() == wanted)
+            return line.mid(equals + 1).trimmed();
+    }
+    return std::nullopt;
+}
+
+// The installed entry made autostart-ready, when its Exec starts the running binary.
+std::optional<QByteArray> autostartCopyOf(const QString &installedEntry)
+{
+    QFile file(installedEntry);
+    if (installedEntry.isEmpty() || !file.open(QIODevice::ReadOnly))
+        return std::nullopt;
+    QByteArray entry = file.readAll();
+    const QByteArray mainGroup = "[Desktop Entry]\n";
+    const std::optional<QByteArray> exec = mainGroupValue(entry, "Exec");
+    if (!exec || !entry.startsWith(mainGroup))
+        return std::nullopt;
+    const QString program = QString::fromUtf8(exec->split(' ').first());
+    const QString resolved = program.contains(QLatin1Char('/')) ? program : QStandardPaths::findExecutable(program);
+    const QString running = QFileInfo(QCoreApplication::applicationFilePath()).canonicalFilePath();
+    if (resolved.isEmpty() || QFileInfo(resolved).canonicalFilePath() != running)
+        return std::nullopt;
+    entry.insert(mainGroup.size(), "X-GNOME-Autostart-enabled=true\n");
+    return entry;
+}
+
 QString failure(const QString &path, const QString &reason)
 {
     return QStringLiteral("%1: %2").arg(path, reason);
@@ -51,7 +88,10 @@ QString failure(const QString &path, const QString &reason)
 
 } // namespace
 
-AutostartLoginItem::AutostartLoginItem(QString autostartFolder) : m_autostartFolder(std::move(autostartFolder)) {}
+AutostartLoginItem::AutostartLoginItem(QString autostartFolder, QString installedEntry)
+    : m_autostartFolder(std::move(autostartFolder)), m_installedEntry(std::move(installedEntry))
+{
+}
 
 QString AutostartLoginItem::autostartFolder() const
 {
@@ -62,6 +102,14 @@ QString AutostartLoginItem::autostartFolder() const
 
 QString AutostartLoginItem::entryPath() const { return autostartFolder() + QStringLiteral("/pixmora.desktop"); }
 
+QByteArray AutostartLoginItem::entryText() const
+{
+    const QString installed = !m_installedEntry.isEmpty()
+        ? m_installedEntry
+        : QStandardPaths::locate(QStandardPaths::ApplicationsLocation, QStringLiteral("org.pixmora.Pixmora.desktop"));
+    return autostartCopyOf(installed).value_or(generatedEntry());
+}
+
 // Sessions skip an entry marked Hidden; GNOME's own switch for an entry is
 // X-GNOME-Autostart-enabled, so an entry turned off there reads as off here too.
 bool AutostartLoginItem::isEnabled()
@@ -69,22 +117,8 @@ bool AutostartLoginItem::isEnabled()
     QFile file(entryPath());
     if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
         return false;
-    bool inMainGroup = false;
-    while (!file.atEnd()) {
-        const QByteArray line = file.readLine().trimmed();
-        if (line.startsWith('[')) {
-            inMainGroup = line == "[Desktop Entry]";
-            continue;
-        }
-        const qsizetype equals = line.indexOf('=');
-        if (!inMainGroup || equals < 0)
-            continue;
-        const QByteArray key = line.left(equals).trimmed();
-        const QByteArray value = line.mid(equals + 1).trimmed();
-        if ((key == "Hidden" && value == "true") || (key == "X-GNOME-Autostart-enabled" && value == "false"))
-            return false;
-    }
-    return true;
+    const QByteArray entry = file.readAll();
+    return mainGroupValue(entry, "Hidden") != "true" && mainGroupValue(entry, "X-GNOME-Autostart-enabled") != "false";
 }
 
 std::optional<QString> AutostartLoginItem::enable()
@@ -95,7 +129,7 @@ std::optional<QString> AutostartLoginItem::enable()
     if (error)
         return failure(folder, QString::fromLocal8Bit(error.message()));
 
-    if (const std::optional<QString> reason = writeFileAtomically(entryPath(), desktopEntry()))
+    if (const std::optional<QString> reason = writeFileAtomically(entryPath(), entryText()))
         return failure(entryPath(), *reason);
     return std::nullopt;
 }
