@@ -41,6 +41,9 @@ public:
     // false where the window system cannot, and the overlay paints it.
     virtual bool drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, QColor dim) = 0;
     virtual void makeFloatingPanel(QWidget *widget) = 0;
+    // Whether a compositing manager blends translucent windows into what lies
+    // below them; without one, their transparent pixels show black.
+    virtual bool isCompositing() = 0;
 };
 
 } // namespace pixmora

@@ -117,8 +117,13 @@ QWidget *PreviewPresenter::createPanel(const QImage &image, double scale, const 
     panel->setObjectName(QStringLiteral("PixmoraPreview"));
     panel->setWindowTitle(QStringLiteral("Pixmora Preview"));
     panel->setAttribute(Qt::WA_ShowWithoutActivating);
-    panel->setAttribute(Qt::WA_TranslucentBackground);
     panel->setGeometry(frame);
+    // Without a compositor, translucent corners would show black: the window is shaped instead.
+    const bool translucent = m_desktop.isCompositing();
+    if (translucent)
+        panel->setAttribute(Qt::WA_TranslucentBackground);
+    else
+        panel->setMask(PreviewThumbView::roundedShape(frame.size()));
 
     auto onClick = [this, presenterAlive = QPointer<QObject>(&m_lifetime)] {
         if (!presenterAlive)
@@ -131,7 +136,9 @@ QWidget *PreviewPresenter::createPanel(const QImage &image, double scale, const 
     };
     auto *layout = new QVBoxLayout(panel);
     layout->setContentsMargins(0, 0, 0, 0);
-    layout->addWidget(new PreviewThumbView(reducedForScreen(image, size, screen.scale), std::move(onClick)));
+    using Background = PreviewThumbView::Background;
+    layout->addWidget(new PreviewThumbView(reducedForScreen(image, size, screen.scale), std::move(onClick),
+                                           translucent ? Background::translucent : Background::opaque));
 
     panel->winId();  // the window manager hints need the native window
     m_desktop.makeFloatingPanel(panel);

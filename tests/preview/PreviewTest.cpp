@@ -74,6 +74,41 @@ TEST_F(PreviewPresenterTest, OnlyTheNewestThumbnailOpensTheEditorAndOthersLeaveA
     EXPECT_TRUE(gone(shown[3]));
 }
 
+// Without a compositor transparent pixels would show black: the window is
+// shaped to the rounded outline and a window's shadow margin sits on a backdrop.
+TEST_F(PreviewPresenterTest, ShapedAndOpaqueWithoutACompositorTranslucentWithOne)
+{
+    for (const bool compositing : {true, false}) {
+        SCOPED_TRACE(compositing);
+        desktop.compositing = compositing;
+        presenter.emplace(screens, desktop);
+        QImage shadowMargin(400, 300, QImage::Format_ARGB32_Premultiplied);
+        shadowMargin.fill(Qt::transparent);
+        presenter->show(shadowMargin, 1.0, nullptr);
+        QWidget *panel = desktop.floatingPanels.last();
+        EXPECT_EQ(panel->testAttribute(Qt::WA_TranslucentBackground), compositing);
+
+        const QRegion shape = panel->mask();
+        EXPECT_EQ(shape.isEmpty(), compositing);
+        if (!compositing) {
+            EXPECT_TRUE(shape.contains(panel->rect().center()));
+            EXPECT_TRUE(shape.contains(QPoint(panel->width() / 2, 0)));
+            EXPECT_FALSE(shape.contains(QPoint(0, 0))) << "the rounded corner is cut away";
+            EXPECT_FALSE(shape.contains(QPoint(panel->width() - 1, panel->height() - 1)));
+        }
+
+        PreviewThumbView *view = panel->findChild<PreviewThumbView *>();
+        QImage painted(view->size(), QImage::Format_ARGB32_Premultiplied);
+        painted.fill(Qt::transparent);
+        view->render(&painted, QPoint(), QRegion(), QWidget::DrawChildren);
+        const QRgb centre = painted.pixel(view->rect().center());
+        EXPECT_EQ(qAlpha(centre), compositing ? 0 : 255);
+        if (!compositing) {
+            EXPECT_GT(qGray(centre), 128) << "a light neutral backdrop, not black";
+        }
+    }
+}
+
 TEST_F(PreviewPresenterTest, FadesOutByItselfWithoutOpeningTheEditor)
 {
     presenter.emplace(screens, desktop, PreviewTimings{.fadeIn = 0ms, .visible = 20ms, .fadeOut = 20ms});

@@ -99,6 +99,8 @@ public:
         return drawsOverlayBackdrops;
     }
     void makeFloatingPanel(QWidget *widget) override { floatingPanels << widget; }
+    bool compositing = true;
+    bool isCompositing() override { return compositing; }
 };
 
 class FakeLoginItem : public LoginItem {

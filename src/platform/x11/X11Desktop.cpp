@@ -309,4 +309,13 @@ void X11Desktop::makeFloatingPanel(QWidget *widget)
                    ewmh->_NET_WM_STATE_SKIP_PAGER});
 }
 
+// A compositing manager owns the _NET_WM_CM_S<screen> selection while it runs.
+bool X11Desktop::isCompositing()
+{
+    xcb_ewmh_connection_t *ewmh = m_x11.ewmh();
+    xcb_window_t owner = XCB_NONE;
+    return xcb_ewmh_get_wm_cm_owner_reply(ewmh, xcb_ewmh_get_wm_cm_owner(ewmh, m_x11.screenNumber()), &owner, nullptr)
+           && owner != XCB_NONE;
+}
+
 } // namespace pixmora

@@ -28,6 +28,7 @@ public:
     void giveKeyboardTo(QWindow *overlay) override;
     bool drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, QColor dim) override;
     void makeFloatingPanel(QWidget *widget) override;
+    bool isCompositing() override;
 
 private:
     X11Connection &m_x11;

@@ -145,6 +145,27 @@ TEST_F(DesktopTest, FloatingPanelIsStickyAboveAndNeverTakesTheFocus)
         << "the panel is on every workspace, the xterm is not";
 }
 
+// A compositing manager announces itself by owning _NET_WM_CM_S<screen>; a
+// client that stands in for one, then quits, must be seen both ways.
+TEST_F(DesktopTest, CompositingIsSeenWhileSomeoneOwnsTheCompositorSelection)
+{
+    EXPECT_FALSE(desktop.isCompositing());
+    Client compositor = otherClient();
+    xcb_connection_t *client = compositor.get();
+    const xcb_window_t window = xcb_generate_id(client);
+    xcb_create_window(client, XCB_COPY_FROM_PARENT, window, rootOf(client), 0, 0, 1, 1, 0,
+                      XCB_WINDOW_CLASS_INPUT_ONLY, XCB_COPY_FROM_PARENT, 0, nullptr);
+    const QByteArray name = "_NET_WM_CM_S" + QByteArray::number(x11.screenNumber());
+    XcbReply<xcb_intern_atom_reply_t> atom(
+        xcb_intern_atom_reply(client, xcb_intern_atom(client, 0, uint16_t(name.size()), name.constData()), nullptr));
+    ASSERT_TRUE(atom);
+    xcb_set_selection_owner(client, window, atom->atom, XCB_CURRENT_TIME);
+    XcbReply<xcb_get_input_focus_reply_t> roundTrip(xcb_get_input_focus_reply(client, xcb_get_input_focus(client), nullptr));
+    EXPECT_TRUE(desktop.isCompositing());
+    compositor.reset();
+    EXPECT_TRUE(QTest::qWaitFor([&] { return !desktop.isCompositing(); }));
+}
+
 TEST_F(DesktopTest, RevealAsksTheFileManagerToSelectTheItem)
 {
     FileManagerService fileManager;  // unregistered when it goes
