@@ -76,8 +76,15 @@ void WindowPickerController::begin()
 
 std::optional<WindowInfo> WindowPickerController::windowUnder(QPointF globalPoint) const
 {
-    const auto hit = std::find_if(m_candidates.begin(), m_candidates.end(), [globalPoint](const WindowInfo &window) {
-        return frameContains(window.frame, globalPoint);
+    // A window's frame is measured in the points of the display the point lies on.
+    const auto display = std::find_if(m_displays.begin(), m_displays.end(), [globalPoint](const DisplayInfo &candidate) {
+        return frameContains(candidate.frame, globalPoint);
+    });
+    if (display == m_displays.end())
+        return std::nullopt;
+    const auto hit = std::find_if(m_candidates.begin(), m_candidates.end(), [&](const WindowInfo &window) {
+        const std::optional<QRect> frame = window.frameOn(display->id);
+        return frame && frameContains(*frame, globalPoint);
     });
     if (hit == m_candidates.end())
         return std::nullopt;
@@ -86,10 +93,14 @@ std::optional<WindowInfo> WindowPickerController::windowUnder(QPointF globalPoin
 
 void WindowPickerController::updateHighlight()
 {
-    const std::optional<WindowInfo> found = windowUnder(cursorPosition());
-    for (WindowPickerView *view : views())
-        if (!sameWindow(view->highlighted(), found))
-            view->setHighlighted(found);
+    const QPoint pointer = cursorPosition();
+    const std::optional<WindowInfo> found = windowUnder(pointer);
+    for (WindowPickerView *view : views()) {
+        // The label goes on the display under the pointer only, whole.
+        const bool labelHere = view->display().frame.contains(pointer);
+        if (!sameWindow(view->highlighted(), found) || view->showsLabel() != labelHere)
+            view->setHighlighted(found, labelHere);
+    }
 }
 
 void WindowPickerController::finish(std::optional<WindowInfo> window)

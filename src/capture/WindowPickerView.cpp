@@ -44,42 +44,48 @@ QString WindowPickerView::labelText(const WindowInfo &window)
     return text;
 }
 
-WindowPickerView::LabelGeometry WindowPickerView::labelGeometry(QSizeF textSize, const QRectF &outline)
+WindowPickerView::LabelGeometry WindowPickerView::labelGeometry(QSizeF textSize, const QRectF &visibleOutline)
 {
-    const double width = std::min(textSize.width(), outline.width() - 24);
+    const double width = std::min(textSize.width(), visibleOutline.width() - 24);
     const double height = textSize.height();
-    const QPointF centre = outline.center();
+    const QPointF centre = visibleOutline.center();
     const QRectF capsule(centre.x() - width / 2 - 8, centre.y() - height / 2 - 4, width + 16, height + 8);
     // The text sits 2 points above the capsule's bottom edge.
     return {capsule, QRectF(capsule.left() + 8, capsule.bottom() - 2 - height, width, height)};
 }
 
-WindowPickerView::Outline WindowPickerView::outlineFor(const WindowInfo &window) const
+std::optional<WindowPickerView::Outline> WindowPickerView::outlineFor(const WindowInfo &window, bool withLabel) const
 {
-    const QRectF frame = QRectF(window.frame).translated(-QPointF(display().frame.topLeft()));
+    const std::optional<QRect> frameHere = window.frameOn(display().id);
+    if (!frameHere)
+        return std::nullopt;
+    const QRectF frame = QRectF(*frameHere).translated(-QPointF(display().frame.topLeft()));
+    if (!withLabel)
+        return Outline{frame, std::nullopt, {}};
     const QFontMetricsF metrics(m_labelFont);
     const QString text = labelText(window);
     const QSizeF textSize(metrics.horizontalAdvance(text), metrics.height());
-    const LabelGeometry label = labelGeometry(textSize, frame);
+    const LabelGeometry label = labelGeometry(textSize, frame.intersected(QRectF(rect())));
     const bool cut = label.text.width() < textSize.width();
-    return {frame, label, cut ? metrics.elidedText(text, Qt::ElideRight, label.text.width()) : text};
+    return Outline{frame, label, cut ? metrics.elidedText(text, Qt::ElideRight, label.text.width()) : text};
 }
 
 QRect WindowPickerView::areaOf(const std::optional<Outline> &outline)
 {
     if (!outline)
         return {};
-    const QRectF drawn = outline->frame.united(outline->label.capsule);
+    const QRectF drawn = outline->label ? outline->frame.united(outline->label->capsule) : outline->frame;
     return drawn.toAlignedRect().adjusted(-outlineBleed, -outlineBleed, outlineBleed, outlineBleed);
 }
 
-void WindowPickerView::setHighlighted(std::optional<WindowInfo> window)
+void WindowPickerView::setHighlighted(std::optional<WindowInfo> window, bool withLabel)
 {
     const QRect before = areaOf(m_outline);
     m_highlighted = std::move(window);
+    m_showsLabel = withLabel;
     m_outline.reset();
     if (m_highlighted)
-        m_outline = outlineFor(*m_highlighted);
+        m_outline = outlineFor(*m_highlighted, withLabel);
     update(before);
     update(areaOf(m_outline));
 }
@@ -132,13 +138,15 @@ void WindowPickerView::paint(QPainter &painter)
     painter.setPen(QPen(accent, outlineWidth));
     painter.setBrush(accentFill);
     painter.drawRoundedRect(m_outline->frame, outlineRadius, outlineRadius);
+    if (!m_outline->label)
+        return;
 
     painter.setPen(Qt::NoPen);
     painter.setBrush(labelBackground);
-    painter.drawRoundedRect(m_outline->label.capsule, labelRadius, labelRadius);
+    painter.drawRoundedRect(m_outline->label->capsule, labelRadius, labelRadius);
     painter.setPen(Qt::white);
     painter.setFont(m_labelFont);
-    painter.drawText(m_outline->label.text, Qt::AlignLeft | Qt::AlignTop | Qt::TextSingleLine, m_outline->text);
+    painter.drawText(m_outline->label->text, Qt::AlignLeft | Qt::AlignTop | Qt::TextSingleLine, m_outline->text);
 }
 
 } // namespace pixmora

@@ -22,8 +22,9 @@ public:
     WindowPickerView(WindowPickerController &picker, Desktop &desktop, const DisplayInfo &display, QImage backdrop);
 
     const std::optional<WindowInfo> &highlighted() const { return m_highlighted; }
+    bool showsLabel() const { return m_showsLabel; }
     // Redraws where the old and the new outline are, nothing else.
-    void setHighlighted(std::optional<WindowInfo> window);
+    void setHighlighted(std::optional<WindowInfo> window, bool withLabel);
 
     // "<application> — <title>"; "Window" stands in for a missing application name.
     static QString labelText(const WindowInfo &window);
@@ -32,8 +33,8 @@ public:
         QRectF capsule;
         QRectF text;  // narrower than the text's own width when the label is cut
     };
-    // Centred on the outline; the text is at most the outline's width less 24 points.
-    static LabelGeometry labelGeometry(QSizeF textSize, const QRectF &outline);
+    // Centred on the outline's visible part; the text is at most its width less 24 points.
+    static LabelGeometry labelGeometry(QSizeF textSize, const QRectF &visibleOutline);
 
     void paint(QPainter &painter) override;
 
@@ -47,10 +48,11 @@ private:
     // The highlighted window as drawn, in view coordinates.
     struct Outline {
         QRectF frame;
-        LabelGeometry label;
+        std::optional<LabelGeometry> label;
         QString text;
     };
-    Outline outlineFor(const WindowInfo &window) const;
+    // Nothing when the window does not reach this display.
+    std::optional<Outline> outlineFor(const WindowInfo &window, bool withLabel) const;
     // Where drawing the outline touches the view, stroke and antialiasing included.
     static QRect areaOf(const std::optional<Outline> &outline);
 
@@ -58,6 +60,7 @@ private:
     Desktop &m_desktop;
     QFont m_labelFont;
     std::optional<WindowInfo> m_highlighted;
+    bool m_showsLabel = false;
     std::optional<Outline> m_outline;
 };
 

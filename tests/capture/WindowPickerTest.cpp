@@ -28,9 +28,9 @@ protected:
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
     }
 
-    void open(WindowList windows, DisplaySnapshots backdrops = {})
+    void open(WindowList windows, DisplaySnapshots backdrops = {},
+              DisplayList displays = {{1, {0, 0, 800, 600}, {}, 1.0, {}}, {2, {800, 0, 800, 600}, {}, 1.0, {}}})
     {
-        const DisplayList displays = {{1, {0, 0, 800, 600}, {}, 1.0, {}}, {2, {800, 0, 800, 600}, {}, 1.0, {}}};
         picker = std::make_unique<WindowPickerController>(
             std::move(windows), displays, std::move(backdrops), desktop,
             [this](std::optional<WindowInfo> picked) {
@@ -119,4 +119,56 @@ TEST_F(WindowPickerTest, OutlinesTheWindowUnderThePointerAndAClickPicksItOrBeeps
     EXPECT_FALSE(panel->isVisible());
     EXPECT_EQ(results, (std::vector<quint64>{7, 0, 0, 0}));
     EXPECT_EQ(desktop.beeps, 1);
+}
+
+// LEFT at scale 2 is 960 points wide from 0; RIGHT starts at its pixel origin,
+// 1920. A window from pixel 1500 to 2500 is 750..1250 in LEFT's points and
+// 1500..2500 in RIGHT's: each display outlines it by its own measure, a click
+// on either part picks it, and the label sits whole on the display under the pointer.
+TEST_F(WindowPickerTest, AWindowAcrossDisplaysOfDifferentScalesIsOutlinedAndPickedOnEach)
+{
+    QImage white(1920, 1080, QImage::Format_RGB32);
+    white.fill(Qt::white);
+    WindowInfo spanning = window(7, {1500, 100, 1000, 600});
+    spanning.displays = {{1, {750, 50, 500, 300}}, {2, {1500, 100, 1000, 600}}};
+    const DisplayList displays = {{1, {0, 0, 960, 1080}, {}, 2.0, {}}, {2, {1920, 0, 1920, 1080}, {}, 1.0, {}}};
+    const QRgb accent = QGuiApplication::palette().color(QPalette::Highlight).rgb();
+    // Dark label pixels around a point of the view; none where there is no label.
+    const auto labelAt = [](const QImage &image, QPoint centre) {
+        int darkest = 255;
+        for (int x = centre.x() - 12; x <= centre.x() + 12; ++x)
+            darkest = std::min(darkest, qGray(image.pixel(x, centre.y())));
+        return darkest < 100;
+    };
+
+    struct Case {
+        QPoint pointer;
+        bool picks;
+        bool labelOnLeft;  // else on the right
+    };
+    for (const Case &c : {Case{{800, 200}, true, true}, Case{{2000, 400}, true, false}, Case{{800, 380}, false, true},
+                          Case{{2600, 400}, false, false}}) {
+        SCOPED_TRACE(testing::Message() << c.pointer.x() << "," << c.pointer.y());
+        cursor = c.pointer;
+        open({spanning}, {{1, white}, {2, white}}, displays);
+        EXPECT_EQ(picker->windowUnder(c.pointer).has_value(), c.picks);
+        if (!c.picks)
+            continue;
+        const QImage left = pixmora::test::rendered(*picker->views().at(0));
+        const QImage right = pixmora::test::rendered(*picker->views().at(1));
+        EXPECT_EQ(left.pixel(750, 200), accent) << "the window's left edge, in LEFT's points";
+        EXPECT_EQ(right.pixel(300, 100), accent) << "its top edge on RIGHT";
+        // Centred on the part each display shows: 750..960 on LEFT, 1920..2500 on RIGHT.
+        EXPECT_EQ(labelAt(left, {855, 200}), c.labelOnLeft);
+        EXPECT_EQ(labelAt(right, {290, 400}), !c.labelOnLeft);
+    }
+
+    // Moving over the same window onto the other display moves the label.
+    cursor = {800, 200};
+    open({spanning}, {{1, white}, {2, white}}, displays);
+    cursor = {2000, 400};
+    picker->updateHighlight();
+    EXPECT_FALSE(picker->views().at(0)->showsLabel());
+    EXPECT_TRUE(picker->views().at(1)->showsLabel());
+    EXPECT_TRUE(labelAt(pixmora::test::rendered(*picker->views().at(1)), {290, 400}));
 }

@@ -226,6 +226,9 @@ WindowList listWindows(X11Connection &x11, const ScreenLayout &layout)
         info.ownWindow = info.pid == ownPid || ownIds.contains(p.client) || ownIds.contains(frames[i].window);
         if (const ScreenPlacement *placement = layout.screenForNative(frames[i].native))
             info.frame = placement->toLogical(frames[i].native);
+        for (const ScreenPlacement &display : layout.screens())
+            if (display.native.intersects(frames[i].native))
+                info.displays.push_back({display.id, display.toLogical(frames[i].native)});
         windows.push_back(std::move(info));
     }
     return windows;

@@ -221,14 +221,26 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     mouse({3500, 1800}, QStringLiteral("click 1"));
     QThread::msleep(500);
     EXPECT_EQ(pngFiles(folder).size(), 6);
+    // A window across LEFT (scale 2) and RIGHT (scale 1) is picked by a click on either part.
+    desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T span -hold -geometry 60x10+1700+1300 -e ls /")));
+    ASSERT_NE(desktop.waitForWindow(QStringLiteral("^span$")), 0u);
+    QImage spanning[2];
+    for (int part = 0; part < 2; ++part) {
+        command(QStringLiteral("ctrl+shift+2"));
+        mouse(part == 0 ? QPoint(1780, 1380) : QPoint(1990, 1380), QStringLiteral("click 1"));
+        ASSERT_TRUE(waitForFiles(folder, 7 + part)) << "part " << part;
+        spanning[part] = newestImage(folder);
+    }
+    EXPECT_GT(spanning[0].width(), 300);
+    EXPECT_TRUE(samePixels(spanning[0], spanning[1]));
     command(QStringLiteral("ctrl+shift+3"));
-    EXPECT_TRUE(waitForFiles(folder, 8));
+    EXPECT_TRUE(waitForFiles(folder, 10));
 
     // The running app follows its folder when renamed and forgets it when deleted.
     const QString renamed = home.filePath(QStringLiteral("Renamed Shots"));
     ASSERT_TRUE(QDir().rename(folder, renamed));
     ASSERT_TRUE(pixmora(args(QStringLiteral("capture screen"))).ok());
-    EXPECT_TRUE(waitForFiles(renamed, 10));
+    EXPECT_TRUE(waitForFiles(renamed, 12));
     EXPECT_EQ(saveFolder(), renamed.toUtf8());
     ASSERT_TRUE(QDir(renamed).removeRecursively());
     EXPECT_EQ(saveFolder(), QByteArray("not set"));
