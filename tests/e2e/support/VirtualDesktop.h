@@ -55,12 +55,18 @@ public:
     // Starts a program that keeps running until stop() or the desktop's end.
     pid_t start(const QString &program, const QStringList &arguments);
     void stop(pid_t pid);
+    // Ends what run() left running (a program that a command started, say),
+    // so that a desktop shared by several tests starts each one clean.
+    void stopLeftovers();
     // Polls until the condition holds; whileWaiting as for run().
     static bool waitUntil(const std::function<bool()> &condition, int timeoutMs,
                           const std::function<void()> &whileWaiting = {});
     // The first visible window whose name matches the regular expression, 0 on timeout.
     quint64 waitForWindow(const QString &namePattern, int timeoutMs = 10000,
                           const std::function<void()> &whileWaiting = {}) const;
+    // A window's true position and size in root-window pixels (xdotool's is
+    // off by the frame); empty when it does not exist.
+    QRect windowRect(quint64 window) const;
 
 private:
     pid_t spawn(const QString &program, const QStringList &arguments, const QString &outputPath,
