@@ -220,7 +220,7 @@ class RepaintRecorder : public QObject {
 public:
     explicit RepaintRecorder(MarkupCanvasView &view) : m_view(view), m_image(view.size(), QImage::Format_RGB32)
     {
-        m_view.render(&m_image);
+        m_view.QWidget::render(&m_image);
         m_view.installEventFilter(this);
     }
     const QImage &image() const { return m_image; }
@@ -234,7 +234,7 @@ protected:
             for (const QRect &part : region)
                 paintedPixels += qint64(part.width()) * part.height();
             m_view.removeEventFilter(this);
-            m_view.render(&m_image, region.boundingRect().topLeft(), region);
+            m_view.QWidget::render(&m_image, region.boundingRect().topLeft(), region);
             m_view.installEventFilter(this);
         }
         return false;
@@ -248,7 +248,7 @@ private:
 QImage fullPaint(MarkupCanvasView &view)
 {
     QImage image(view.size(), QImage::Format_RGB32);
-    view.render(&image);
+    view.QWidget::render(&image);
     return image;
 }
 
