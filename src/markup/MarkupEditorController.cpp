@@ -128,6 +128,8 @@ MarkupEditorController::MarkupEditorController(QImage image, double scale, Platf
     layout->addWidget(buildToolbar());
     layout->addWidget(m_canvas, 1);
 
+    // The window is never narrower than its toolbar, whatever the picture needs.
+    layout->activate();
     const DisplayList displays = m_platform.screens.displays();
     const std::optional<QRect> visibleFrame =
         displays.empty() ? std::nullopt : std::optional(displays.front().availableFrame);

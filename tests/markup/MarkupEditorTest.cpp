@@ -79,6 +79,11 @@ TEST(MarkupEditor, TheWindowShowsTheCaptureAtItsPointSizeOrSmallerToFitTheScreen
     EXPECT_EQ(editor.editor->geometry().center(), QPoint(720, 437));  // centred in the visible frame
     EXPECT_NEAR(editor.canvas().displayScale(), 0.3697, 0.0001);
     EXPECT_TRUE(editor.canvas().hasFocus());
+    // A small capture's window is as wide as its toolbar, and centred as well.
+    Editor small(white({400, 200}));
+    EXPECT_GT(small.editor->minimumWidth(), 640);
+    EXPECT_EQ(small.editor->size(), QSize(small.editor->minimumWidth(), 148));
+    EXPECT_EQ(small.editor->geometry().center(), editor.editor->geometry().center());
 }
 
 TEST(MarkupEditor, ToolbarChoosesToolColourAndSizeAndEnablesUndoAndRedoOnlyWhenTheyCanAct)
