@@ -6,6 +6,7 @@
 #include <gio/gio.h>
 #pragma pop_macro("signals")
 
+#include <cstring>
 #include <memory>
 
 namespace pixmora {
@@ -39,11 +40,44 @@ QString iconNameOf(GAppInfo *info)
     return names && names[0] ? QString::fromUtf8(names[0]) : QString();
 }
 
+bool supportsPng(GAppInfo *info)
+{
+    const char **types = g_app_info_get_supported_types(info);
+    for (; types && *types; ++types) {
+        if (std::strcmp(*types, pngType) == 0)
+            return true;
+    }
+    return false;
+}
+
+bool listed(GList *list, GAppInfo *info)
+{
+    for (; list; list = list->next) {
+        if (g_app_info_equal(static_cast<GAppInfo *>(list->data), info))
+            return true;
+    }
+    return false;
+}
+
+// Those the MIME cache names, and those whose own entry lists PNG: without
+// desktop-file-utils there is no cache, and GIO finds none.
+AppInfoList pngAppInfos()
+{
+    GList *found = g_app_info_get_all_for_type(pngType);
+    AppInfoList all(g_app_info_get_all());
+    for (GList *item = all.get(); item; item = item->next) {
+        auto *info = static_cast<GAppInfo *>(item->data);
+        if (supportsPng(info) && !listed(found, info))
+            found = g_list_append(found, g_object_ref(info));
+    }
+    return AppInfoList(found);
+}
+
 } // namespace
 
 std::vector<SharingServices::Application> GioSharingServices::pngApplications()
 {
-    AppInfoList all(g_app_info_get_all_for_type(pngType));
+    AppInfoList all = pngAppInfos();
     GioObject<GAppInfo> preferred(g_app_info_get_default_for_type(pngType, FALSE));
     std::vector<Application> result;
     for (GList *item = all.get(); item; item = item->next) {
@@ -63,7 +97,7 @@ std::vector<SharingServices::Application> GioSharingServices::pngApplications()
 
 std::optional<QString> GioSharingServices::openWith(const QString &applicationId, const QString &path)
 {
-    AppInfoList all(g_app_info_get_all_for_type(pngType));
+    AppInfoList all = pngAppInfos();
     const QByteArray id = applicationId.toUtf8();
     GAppInfo *info = nullptr;
     for (GList *item = all.get(); item && !info; item = item->next) {
