@@ -185,7 +185,7 @@ void canvasDrag(benchmark::State &state, MarkupTool tool)
     canvas.resize(kView);
     canvas.show();
     std::vector<Annotation> existing = annotations();
-    existing.resize(20);
+    existing.erase(existing.begin() + 20, existing.end());
     const QPointF origin = viewPoint({});
     const auto toView = [&](QPointF image) { return origin + kFitScale * image; };
     for (const Annotation &annotation : existing) {
