@@ -54,23 +54,8 @@ int dotsPerInch(const QImage &image) { return qRound(image.dotsPerMeterX() * 0.0
 
 // The real binary on a private desktop with a window manager and a tray host,
 // monitors LEFT at scale 2 and RIGHT at scale 1, in a home folder of its own.
-// The tests share the desktop; each ends what it left running.
 class PixmoraAppTest : public ::testing::Test {
 protected:
-    static void SetUpTestSuite()
-    {
-        VirtualDesktop::Options options;
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
-        options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
-        s_desktop = new VirtualDesktop(options);
-    }
-    static void TearDownTestSuite()
-    {
-        delete s_desktop;
-        s_desktop = nullptr;
-    }
-    ~PixmoraAppTest() override { desktop.stopLeftovers(); }
-
     PixmoraAppTest()
     {
         qputenv("HOME", home.path().toLocal8Bit());
@@ -138,9 +123,13 @@ protected:
     }
     quint64 activeWindow() { return xdotool(QStringLiteral("getactivewindow")).output.trimmed().toULongLong(); }
 
-    static inline VirtualDesktop *s_desktop = nullptr;
-    VirtualDesktop &desktop = *s_desktop;
     QTemporaryDir home;
+    VirtualDesktop desktop{[] {  // after the home folder: it goes first
+        VirtualDesktop::Options options;
+        options.monitors = VirtualDesktop::leftAndRight(options.size);
+        options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
+        return options;
+    }()};
     const QString history = home.filePath(QStringLiteral(".local/share/Pixmora/History"));
     const QString folder = home.filePath(QStringLiteral("Shots"));
 };

@@ -105,16 +105,10 @@ VirtualDesktop::VirtualDesktop(const Options &options)
 
 VirtualDesktop::~VirtualDesktop() { shutdown(); }
 
-void VirtualDesktop::stopLeftovers()
+void VirtualDesktop::shutdown()
 {
     for (pid_t group : m_ranGroups)
         kill(-group, SIGKILL);
-    m_ranGroups.clear();
-}
-
-void VirtualDesktop::shutdown()
-{
-    stopLeftovers();
     for (; !m_started.empty(); m_started.pop_back())
         stopGroup(m_started.back());
     QDir(m_logFolder).removeRecursively();

@@ -55,9 +55,6 @@ public:
     // Starts a program that keeps running until stop() or the desktop's end.
     pid_t start(const QString &program, const QStringList &arguments);
     void stop(pid_t pid);
-    // Ends what run() left running (a program that a command started, say),
-    // so that a desktop shared by several tests starts each one clean.
-    void stopLeftovers();
     // Polls until the condition holds; whileWaiting as for run().
     static bool waitUntil(const std::function<bool()> &condition, int timeoutMs,
                           const std::function<void()> &whileWaiting = {});
