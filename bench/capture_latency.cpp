@@ -3,10 +3,13 @@
 // writing the same screen; plus the PNG sizes and the tray process's idle
 // CPU and resident memory. With --overlay, the same desktop split into two
 // 1920 x 2160 monitors and the time from Control-Shift-1 until the frozen,
-// dimmed overlay shows on both. Prints medians; needs Xvfb, openbox, trayer,
-// xterm, ImageMagick and scrot (scripts/install-deps.sh).
+// dimmed overlay shows on both. With --editor, a click on the thumbnail of a
+// 3840 x 2160 capture until the markup editor shows the picture, the CPU of
+// each pointer move while an arrow and a freehand stroke are dragged out in
+// it, and the resident memory it takes and gives back. Prints medians; needs
+// Xvfb, openbox, trayer, xterm, ImageMagick and scrot (scripts/install-deps.sh).
 //
-//   capture_latency [--overlay] [path/to/pixmora] [iterations]
+//   capture_latency [--overlay | --editor] [path/to/pixmora] [iterations]
 #include "VirtualDesktop.h"
 
 #include <QCoreApplication>
@@ -27,6 +30,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cmath>
 #include <cstring>
 #include <cstdio>
 #include <vector>
@@ -122,6 +126,31 @@ private:
     int m_fd;
 };
 
+// The pointer, moved and pressed through XTest as a mouse would.
+class Pointer {
+public:
+    explicit Pointer(const QString &display) : m_connection(xcb_connect(display.toLocal8Bit().constData(), nullptr)) {}
+    ~Pointer() { xcb_disconnect(m_connection); }
+    void move(QPoint to) { send(XCB_MOTION_NOTIFY, 0, to); }
+    void press() { send(XCB_BUTTON_PRESS, 1, {}); }
+    void release() { send(XCB_BUTTON_RELEASE, 1, {}); }
+    void click(QPoint at)
+    {
+        move(at);
+        press();
+        release();
+    }
+
+private:
+    void send(uint8_t type, uint8_t detail, QPoint at)
+    {
+        const xcb_window_t root = xcb_setup_roots_iterator(xcb_get_setup(m_connection)).data->root;
+        xcb_test_fake_input(m_connection, type, detail, XCB_CURRENT_TIME, root, int16_t(at.x()), int16_t(at.y()), 0);
+        free(xcb_get_input_focus_reply(m_connection, xcb_get_input_focus(m_connection), nullptr));
+    }
+    xcb_connection_t *m_connection;
+};
+
 // One pixel of the root window, as the X server shows it.
 class PixelReader {
 public:
@@ -167,6 +196,129 @@ ProcessUsage usageOf(pid_t pid)
     return usage;
 }
 
+// The first visible window with that name, in root-window pixels; empty when there is none.
+QRect windowRect(const VirtualDesktop &desktop, const QString &name, quint64 *id = nullptr)
+{
+    const quint64 window = desktop.waitForWindow(name, 0);
+    if (id)
+        *id = window;
+    return window ? desktop.windowRect(window) : QRect();
+}
+
+bool isMagenta(quint32 pixel)
+{
+    return (pixel >> 16 & 0xff) > 200 && (pixel >> 8 & 0xff) < 60 && (pixel & 0xff) > 200;
+}
+
+// CPU seconds of the process per pointer move while a drag follows the path.
+double dragCpu(Pointer &pointer, pid_t pid, const std::vector<QPoint> &path)
+{
+    pointer.move(path.front());
+    pointer.press();
+    QThread::msleep(100);
+    const double before = usageOf(pid).cpuSeconds;
+    for (const QPoint &point : path) {
+        pointer.move(point);
+        QThread::msleep(8);  // a 120 Hz mouse
+    }
+    QThread::msleep(200);
+    const double spent = usageOf(pid).cpuSeconds - before;
+    pointer.release();
+    return spent / double(path.size());
+}
+
+// Thumbnail click to the editor showing the picture, the editor's CPU per
+// pointer move and its resident memory. A magenta window in the middle of the
+// screen is captured and then hidden: the editor shows the picture when the
+// middle of the screen turns magenta again.
+int measureEditor(VirtualDesktop &desktop, pid_t pixmora, const QString &shots, const QString &history, int rounds)
+{
+    desktop.start(QStringLiteral("xterm"), {QStringLiteral("-T"), QStringLiteral("probe"), QStringLiteral("-bg"), QStringLiteral("magenta"),
+                                            QStringLiteral("-geometry"), QStringLiteral("60x20+1700+950"), QStringLiteral("-e"),
+                                            QStringLiteral("sleep 100000")});
+    quint64 probe = 0;
+    if (!VirtualDesktop::waitUntil([&] { return !windowRect(desktop, QStringLiteral("^probe$"), &probe).isEmpty(); }, 10000))
+        return 1;
+    const QString probeId = QString::number(probe);
+    const QPoint middle(1920, 1080);
+    KeyPresser capture(desktop.display(), {XK_Control_L, XK_Shift_L, XK_3});
+    KeyPresser closeWindow(desktop.display(), {XK_Alt_L, XK_F4});
+    Pointer pointer(desktop.display());
+    PixelReader pixels(desktop.display());
+    FileArrivals arrivals({shots, history});
+    const QString editorName = QString::fromUtf8("^Pixmora — Markup$");
+    std::vector<double> shown, openingCpu, arrowCpu, penCpu, added, kept;
+    int focused = 0;
+    for (int round = 0; round < rounds; ++round) {
+        desktop.run(QStringLiteral("xdotool"), {QStringLiteral("windowmap"), probeId});
+        QThread::msleep(500);
+        const double idle = usageOf(pixmora).residentMB;
+        arrivals.drain();
+        capture.press();
+        if (!arrivals.waitFor(2, 10000)) {
+            std::fprintf(stderr, "Pixmora wrote no files\n");
+            return 1;
+        }
+        desktop.run(QStringLiteral("xdotool"), {QStringLiteral("windowunmap"), probeId});
+        // As a user meets it: the thumbnail has been on screen for a moment.
+        QThread::msleep(1500);
+        const QRect thumbnail = windowRect(desktop, QStringLiteral("^Pixmora Preview$"));
+        if (thumbnail.isEmpty() || isMagenta(pixels.at(middle))) {
+            std::fprintf(stderr, "no thumbnail, or the probe is still on screen\n");
+            return 1;
+        }
+        // The CPU it takes, apart from the wait for a loaded machine.
+        const double cpuBefore = usageOf(pixmora).cpuSeconds;
+        QElapsedTimer clock;
+        clock.start();
+        pointer.click(thumbnail.center());
+        while (!isMagenta(pixels.at(middle))) {
+            if (clock.elapsed() > 5000) {
+                std::fprintf(stderr, "the editor did not show the picture in round %d\n", round);
+                return 1;
+            }
+        }
+        shown.push_back(clock.nsecsElapsed() / 1e6);
+        openingCpu.push_back((usageOf(pixmora).cpuSeconds - cpuBefore) * 1000);
+        QThread::msleep(500);
+        quint64 editor = 0;
+        const QRect window = windowRect(desktop, editorName, &editor);
+        const QByteArray active = desktop.run(QStringLiteral("xdotool"), {QStringLiteral("getactivewindow")}).output.trimmed();
+        focused += active.toULongLong() == editor ? 1 : 0;
+
+        // Below the toolbar, a wiggle across most of the picture.
+        const QRect canvas = window.adjusted(0, 48, 0, 0);
+        std::vector<QPoint> path;
+        for (int i = 0; i < 200; ++i)
+            path.push_back(canvas.topLeft() + QPoint(200 + i * (canvas.width() - 400) / 200,
+                                                     canvas.height() / 3 + int(150 * std::sin(i / 10.0))));
+        arrowCpu.push_back(dragCpu(pointer, pixmora, path) * 1000);
+        pointer.click(window.topLeft() + QPoint(12 + 5 * 28 + 14, 24));  // the Freehand tool
+        penCpu.push_back(dragCpu(pointer, pixmora, path) * 1000);
+        added.push_back(usageOf(pixmora).residentMB - idle);
+
+        closeWindow.press();
+        if (!VirtualDesktop::waitUntil([&] { return windowRect(desktop, editorName).isEmpty(); }, 5000)) {
+            std::fprintf(stderr, "the editor did not close\n");
+            return 1;
+        }
+        QThread::sleep(5);
+        kept.push_back(usageOf(pixmora).residentMB - idle);
+    }
+    std::printf("rounds                                         %d\n", rounds);
+    std::printf("thumbnail click -> editor shows the 3840 x 2160 picture  first %.1f ms, median %.1f ms (max %.1f)\n",
+                shown.front(), median(shown), *std::max_element(shown.begin(), shown.end()));
+    std::printf("Pixmora's CPU from the click until then           first %.1f ms, median %.1f ms\n", openingCpu.front(),
+                median(openingCpu));
+    std::printf("editor active with the keyboard on opening     %d of %d rounds\n", focused, rounds);
+    std::printf("CPU per pointer move, dragging an arrow         median %.2f ms (first round %.2f)\n", median(arrowCpu), arrowCpu.front());
+    std::printf("CPU per pointer move, drawing freehand          median %.2f ms (first round %.2f)\n", median(penCpu), penCpu.front());
+    std::printf("resident memory over idle before the capture   editor open %.1f MB (max %.1f), 5 s after closing %.1f MB (max %.1f)\n",
+                median(added), *std::max_element(added.begin(), added.end()), median(kept),
+                *std::max_element(kept.begin(), kept.end()));
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -174,6 +326,7 @@ int main(int argc, char **argv)
     QCoreApplication app(argc, argv);
     QStringList arguments = app.arguments().mid(1);
     const bool overlay = arguments.removeAll(QStringLiteral("--overlay")) > 0;
+    const bool editor = arguments.removeAll(QStringLiteral("--editor")) > 0;
     const QString binary = arguments.value(0, QCoreApplication::applicationDirPath() + QStringLiteral("/../pixmora"));
     const int iterations = std::max(3, arguments.value(1, QStringLiteral("15")).toInt());
 
@@ -230,6 +383,9 @@ int main(int argc, char **argv)
     const ProcessUsage idleStart = usageOf(pixmora);
     QThread::sleep(5);
     const ProcessUsage idleEnd = usageOf(pixmora);
+
+    if (editor)
+        return measureEditor(desktop, pixmora, shots, history, std::max(3, arguments.value(1, QStringLiteral("5")).toInt()));
 
     if (overlay) {
         // Two points on the gradient, one per monitor: they change when the dimmed overlay shows.

@@ -4,13 +4,19 @@
 // the canvas's 4 ms per pointer move. Flattening runs with the default image
 // allocator (fresh heap pages, first-touched while the capture is copied) and
 // with the one the X11 platform installs (huge pages).
+// Also the canvas itself: the CPU each pointer move costs while a stroke or
+// a shape is dragged out over that capture fitted into the view (event,
+// partial repaint; the window system's copy to the screen is not counted
+// offscreen, capture_latency --editor measures it on X).
 // Runs offscreen unless QT_QPA_PLATFORM says otherwise.
 
+#include "markup/MarkupCanvasView.h"
 #include "markup/MarkupDocument.h"
 #include "image/ImageMemory.h"
 #include "platform/x11/HugePageImages.h"
 
-#include <QGuiApplication>
+#include <QApplication>
+#include <QMouseEvent>
 #include <QLinearGradient>
 #include <QPainter>
 
@@ -164,13 +170,66 @@ void drawnAreaOfFreehand200(benchmark::State &state)
 }
 BENCHMARK(drawnAreaOfFreehand200)->Unit(benchmark::kMicrosecond)->Repetitions(10)->ReportAggregatesOnly(true);
 
+void sendMouse(QWidget &widget, QEvent::Type type, QPointF at)
+{
+    const Qt::MouseButtons held = type == QEvent::MouseButtonRelease ? Qt::NoButton : Qt::LeftButton;
+    QMouseEvent event(type, at, widget.mapToGlobal(at), Qt::LeftButton, held, Qt::NoModifier);
+    QApplication::sendEvent(&widget, &event);
+}
+
+// One iteration: one pointer move and the repaint it asks for, on a canvas
+// that already holds 20 annotations. The drag restarts every 200 moves.
+void canvasDrag(benchmark::State &state, MarkupTool tool)
+{
+    MarkupCanvasView canvas(capture());
+    canvas.resize(kView);
+    canvas.show();
+    std::vector<Annotation> existing = annotations();
+    existing.erase(existing.begin() + 20, existing.end());
+    const QPointF origin = viewPoint({});
+    const auto toView = [&](QPointF image) { return origin + kFitScale * image; };
+    for (const Annotation &annotation : existing) {
+        canvas.setTool(MarkupTool::rectangle);
+        sendMouse(canvas, QEvent::MouseButtonPress, toView(annotation.points().front()));
+        sendMouse(canvas, QEvent::MouseMove, toView(annotation.points().front() + QPointF(200, 150)));
+        sendMouse(canvas, QEvent::MouseButtonRelease, toView(annotation.points().front() + QPointF(200, 150)));
+    }
+    canvas.setTool(tool);
+    QCoreApplication::processEvents();
+    std::mt19937 random(5);
+    const QList<QPointF> path = stroke({400, 600}, 3000, 200, random);
+    int step = 0;
+    for (auto _ : state) {
+        if (step % 200 == 0) {
+            sendMouse(canvas, QEvent::MouseButtonRelease, toView(path.back()));
+            sendMouse(canvas, QEvent::MouseButtonPress, toView(path.front()));
+            QCoreApplication::processEvents();
+        }
+        // A shape's corner travels as far again down the capture.
+        const QPointF point = path[step % 200] + (tool == MarkupTool::pen ? QPointF() : QPointF(0, 6.0 * (step % 200)));
+        sendMouse(canvas, QEvent::MouseMove, toView(point));
+        QCoreApplication::processEvents();
+        ++step;
+    }
+    sendMouse(canvas, QEvent::MouseButtonRelease, toView(path.back()));
+}
+
+BENCHMARK_CAPTURE(canvasDrag, freehand, MarkupTool::pen)
+    ->Unit(benchmark::kMicrosecond)->Iterations(400)->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK_CAPTURE(canvasDrag, highlighter, MarkupTool::highlighter)
+    ->Unit(benchmark::kMicrosecond)->Iterations(400)->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK_CAPTURE(canvasDrag, rectangle, MarkupTool::rectangle)
+    ->Unit(benchmark::kMicrosecond)->Iterations(400)->Repetitions(5)->ReportAggregatesOnly(true);
+BENCHMARK_CAPTURE(canvasDrag, arrow, MarkupTool::arrow)
+    ->Unit(benchmark::kMicrosecond)->Iterations(400)->Repetitions(5)->ReportAggregatesOnly(true);
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
-    QGuiApplication app(argc, argv);
+    QApplication app(argc, argv);
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();

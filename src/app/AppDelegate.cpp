@@ -1,13 +1,17 @@
 #include "app/AppDelegate.h"
 
+#include "app/CaptureFileNames.h"
 #include "app/StatusItemIcon.h"
-
 #include "capture/AreaCaptureFlow.h"
+#include "capture/CaptureEngine.h"
 #include "capture/FullScreenCaptureFlow.h"
 #include "capture/WindowCaptureFlow.h"
 #include "platform/Logging.h"
 
 #include <QCursor>
+#include <QDateTime>
+#include <QDir>
+#include <QFile>
 #include <QGuiApplication>
 #include <QMap>
 #include <QMenu>
@@ -146,20 +150,72 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
         return;
     const CaptureDelivery::Delivered delivered = m_delivery.deliver(images);
     const QPointer<AppDelegate> self(this);
-    m_previewPresenter.show(images.first().image, images.first().scale, [self, delivered] {
+    const CapturedImage primary = images.first();
+    m_previewPresenter.show(primary.image, primary.scale, [self, primary, savedPaths = delivered.savedPaths] {
         if (self)
-            self->openCapture(delivered);
+            self->openMarkupEditor(primary.image, primary.scale, savedPaths);
     });
 }
 
-// Until the markup editor exists, a click on the thumbnail shows the capture
-// in the user's image viewer: the saved file, else the history copy.
-void AppDelegate::openCapture(const CaptureDelivery::Delivered &delivered)
+// --- Editing a capture ---
+
+void AppDelegate::openMarkupEditor(const QImage &image, double scale, const QStringList &savedPaths)
 {
-    if (!delivered.savedPaths.isEmpty())
-        m_platform.desktop.openFile(delivered.savedPaths.first());
-    else if (delivered.historyPath)
-        m_platform.desktop.openFile(*delivered.historyPath);
+    auto editor = std::make_unique<MarkupEditorController>(image, scale, m_platform);
+    MarkupEditorController *opened = editor.get();
+    // The editors are ours: they cannot call back once we are gone.
+    editor->onSave = [this](const QImage &edited, double editedScale) { saveEditedImage(edited, editedScale); };
+    editor->onDiscard = [this, savedPaths] { discardCapture(savedPaths); };
+    editor->onClosed = [this, opened] { closeMarkupEditor(opened); };
+    m_markupEditors.push_back(std::move(editor));
+    opened->present();
+}
+
+// Called from inside the window's close event: the editor goes once that has returned.
+void AppDelegate::closeMarkupEditor(MarkupEditorController *editor)
+{
+    const auto found = std::find_if(m_markupEditors.begin(), m_markupEditors.end(),
+                                    [editor](const auto &open) { return open.get() == editor; });
+    if (found == m_markupEditors.end())
+        return;
+    found->release()->deleteLater();
+    m_markupEditors.erase(found);
+}
+
+void AppDelegate::saveEditedImage(const QImage &image, double scale)
+{
+    const QString name = captureFileName(captureDateText(QDateTime::currentDateTime()));
+    const QByteArray png = CaptureEngine::pngData(image, scale);
+    if (const std::optional<QString> folder = m_saveLocation.currentFolder()) {
+        try {
+            CaptureEngine::writePNG(png, QDir(*folder).filePath(name));
+            return;
+        } catch (const Error &error) {
+            // The save panel offers another place.
+            qCWarning(lcApp) << "Could not save the edited image in the save folder:" << error.description();
+        }
+    }
+    const std::optional<QString> chosen = m_platform.dialogs.choosePngSaveLocation(name);
+    if (!chosen)
+        return;
+    try {
+        CaptureEngine::writePNG(png, *chosen);
+    } catch (const Error &error) {
+        qCWarning(lcApp) << "Could not save the edited image:" << error.description();
+    }
+}
+
+void AppDelegate::discardCapture(const QStringList &savedPaths)
+{
+    if (!savedPaths.isEmpty() && m_saveLocation.currentFolder()) {
+        for (const QString &path : savedPaths) {
+            QFile file(path);
+            if (!file.remove())
+                qCWarning(lcApp) << "Could not delete the discarded capture" << path << ":" << file.errorString();
+        }
+    }
+    if (m_platform.clipboard.hasImage())
+        m_platform.clipboard.clear();
 }
 
 // --- Menu commands and dialogs ---

@@ -7,6 +7,7 @@
 #include "app/StatusMenu.h"
 #include "capture/CaptureFlow.h"
 #include "history/CaptureHistoryStore.h"
+#include "markup/MarkupEditorController.h"
 #include "platform/Platform.h"
 #include "preview/PreviewPresenter.h"
 
@@ -14,6 +15,7 @@
 
 #include <memory>
 #include <optional>
+#include <vector>
 
 class QSystemTrayIcon;
 
@@ -43,6 +45,17 @@ public:
 
     void deliver(const QList<CapturedImage> &images);
 
+    // A markup editor on the image, open until its window closes; its
+    // Discard removes savedPaths (the files its delivery wrote; none when
+    // opened from the history).
+    void openMarkupEditor(const QImage &image, double scale, const QStringList &savedPaths);
+    // An edited image becomes a new file in the save folder, else where the
+    // save panel says; the delivered files and the history stay as they are.
+    void saveEditedImage(const QImage &image, double scale);
+    // Deletes the delivered files (only while the save folder can be had)
+    // and takes an image off the clipboard, whoever put it there.
+    void discardCapture(const QStringList &savedPaths);
+
     void chooseFolder();
     // Shows the folder in the file manager, asking for one first when there
     // is none, and alerting when it still cannot be reached.
@@ -65,6 +78,7 @@ public:
     bool captureFlowActive() const { return m_captureFlowActive; }
     CaptureFlow *captureFlow() const { return m_captureFlow.get(); }
     StatusMenu *statusMenu() const { return m_statusMenu.get(); }
+    const std::vector<std::unique_ptr<MarkupEditorController>> &markupEditors() const { return m_markupEditors; }
 
 private:
     bool beginCaptureFlow();
@@ -72,7 +86,7 @@ private:
     void finishCaptureFlow(const CaptureOutcome &outcome);
     void showCaptureError(const Error &error);
     void showAlert(const QString &message, const QString &informative);
-    void openCapture(const CaptureDelivery::Delivered &delivered);
+    void closeMarkupEditor(MarkupEditorController *editor);
 
     Platform m_platform;
     HotKeyCenter m_hotKeys;
@@ -85,6 +99,7 @@ private:
     std::unique_ptr<CaptureFlow> m_captureFlow;  // the live flow, until it has ended
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<QSystemTrayIcon> m_statusItem;
+    std::vector<std::unique_ptr<MarkupEditorController>> m_markupEditors;  // in the order opened
 };
 
 } // namespace pixmora

@@ -7,6 +7,7 @@
 #include "platform/GlobalHotKeys.h"
 #include "platform/LoginItem.h"
 #include "platform/ScreenCapture.h"
+#include "platform/SharingServices.h"
 
 namespace pixmora {
 
@@ -20,6 +21,7 @@ struct Platform {
     Desktop &desktop;
     LoginItem &loginItem;
     FolderBookmarks &bookmarks;
+    SharingServices &sharing;
 };
 
 } // namespace pixmora

@@ -74,6 +74,14 @@ void FakeClipboard::setPngImages(const QList<QByteArray> &pngs)
 {
     ++writeCount;
     items = pngs;
+    text.reset();
+}
+
+void FakeClipboard::setText(const QString &newText)
+{
+    ++writeCount;
+    items.clear();
+    text = newText;
 }
 
 int FakeDialogs::runAlert(const Alert &alert)

@@ -48,14 +48,21 @@ public:
     void press(quint32 id) { if (onPressed) onPressed(id); }
 };
 
+// Holds images or text, not both, as an X clipboard does.
 class FakeClipboard : public Clipboard {
 public:
     QList<QByteArray> items;
+    std::optional<QString> text;
     int writeCount = 0;
 
     void setPngImages(const QList<QByteArray> &pngs) override;
+    void setText(const QString &newText) override;
     bool hasImage() override { return !items.isEmpty(); }
-    void clear() override { items.clear(); }
+    void clear() override
+    {
+        items.clear();
+        text.reset();
+    }
 };
 
 class FakeDialogs : public Dialogs {
@@ -124,6 +131,23 @@ public:
     bool isInTrash(const QString &path) override { return trashed.contains(path); }
 };
 
+class FakeSharingServices : public SharingServices {
+public:
+    std::vector<Application> applications;
+    struct Launch {
+        QString applicationId, path;
+    };
+    std::vector<Launch> launches;
+    std::optional<QString> failure;  // answered by openWith when set
+
+    std::vector<Application> pngApplications() override { return applications; }
+    std::optional<QString> openWith(const QString &applicationId, const QString &path) override
+    {
+        launches.push_back({applicationId, path});
+        return failure;
+    }
+};
+
 struct FakePlatform {
     FakeScreenCapture screens;
     FakeHotKeys hotKeys;
@@ -132,8 +156,9 @@ struct FakePlatform {
     FakeDesktop desktop;
     FakeLoginItem loginItem;
     FakeFolderBookmarks bookmarks;
+    FakeSharingServices sharing;
 
-    Platform platform() { return {screens, hotKeys, clipboard, dialogs, desktop, loginItem, bookmarks}; }
+    Platform platform() { return {screens, hotKeys, clipboard, dialogs, desktop, loginItem, bookmarks, sharing}; }
 };
 
 } // namespace pixmora

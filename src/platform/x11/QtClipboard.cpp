@@ -25,6 +25,14 @@ void QtClipboard::setPngImages(const QList<QByteArray> &pngs)
         qCWarning(lcPlatform) << "Could not take the clipboard: the capture is not on it.";
 }
 
+void QtClipboard::setText(const QString &text)
+{
+    QClipboard *clipboard = QGuiApplication::clipboard();
+    clipboard->setText(text, QClipboard::Clipboard);
+    if (!clipboard->ownsClipboard())
+        qCWarning(lcPlatform) << "Could not take the clipboard: the text is not on it.";
+}
+
 bool QtClipboard::hasImage()
 {
     const QMimeData *data = QGuiApplication::clipboard()->mimeData(QClipboard::Clipboard);

@@ -9,6 +9,7 @@ namespace pixmora {
 class QtClipboard : public Clipboard {
 public:
     void setPngImages(const QList<QByteArray> &pngs) override;
+    void setText(const QString &text) override;
     bool hasImage() override;
     void clear() override;
 };

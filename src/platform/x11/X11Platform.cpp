@@ -18,7 +18,7 @@ X11Platform::~X11Platform()
 
 Platform X11Platform::platform()
 {
-    return Platform{m_screens, m_hotKeys, m_clipboard, m_dialogs, m_desktop, m_loginItem, m_bookmarks};
+    return Platform{m_screens, m_hotKeys, m_clipboard, m_dialogs, m_desktop, m_loginItem, m_bookmarks, m_sharing};
 }
 
 } // namespace pixmora

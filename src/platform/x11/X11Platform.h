@@ -2,6 +2,7 @@
 
 #include "platform/Platform.h"
 #include "platform/x11/AutostartLoginItem.h"
+#include "platform/x11/GioSharingServices.h"
 #include "platform/x11/InodeFolderBookmarks.h"
 #include "platform/x11/QtClipboard.h"
 #include "platform/x11/QtDialogs.h"
@@ -34,6 +35,7 @@ private:
     QtDialogs m_dialogs;
     AutostartLoginItem m_loginItem;
     InodeFolderBookmarks m_bookmarks;
+    GioSharingServices m_sharing;
 };
 
 } // namespace pixmora

@@ -9,7 +9,9 @@
 
 #include <gtest/gtest.h>
 
+#include <cmath>
 #include <cstring>
+#include <numbers>
 #include <functional>
 
 using namespace pixmora::e2e;
@@ -110,6 +112,17 @@ protected:
         xdotool(QStringLiteral("mouseup 1"));
     }
 
+    // Starts Pixmora and waits for its tray icon, created just before the shortcuts are grabbed.
+    pid_t startPixmora()
+    {
+        const pid_t app = desktop.start(qEnvironmentVariable("PIXMORA_BINARY"), {});
+        EXPECT_TRUE(VirtualDesktop::waitUntil(
+            [&] { return xdotool(QStringLiteral("search --classname ^pixmora$")).ok(); }, 15000));
+        QThread::msleep(800);
+        return app;
+    }
+    quint64 activeWindow() { return xdotool(QStringLiteral("getactivewindow")).output.trimmed().toULongLong(); }
+
     QTemporaryDir home;
     VirtualDesktop desktop{[] {  // after the home folder: it goes first
         VirtualDesktop::Options options;
@@ -120,6 +133,103 @@ protected:
     const QString history = home.filePath(QStringLiteral(".local/share/Pixmora/History"));
     const QString folder = home.filePath(QStringLiteral("Shots"));
 };
+
+// The editor on a 400 x 300 point area of LEFT (scale 2) opens at its natural
+// size, 348 points tall and as wide as its toolbar (at least 640 points): the
+// picture in the middle, one device pixel per image pixel, below a toolbar of
+// fixed-size buttons.
+TEST_F(PixmoraAppTest, ACaptureIsMarkedUpAndSavedAsANewFileOrDiscardedWithItsFile)
+{
+    QDir().mkpath(folder);
+    ASSERT_TRUE(pixmora({QStringLiteral("save-to"), folder}).ok());
+    const pid_t app = startPixmora();
+    command(QStringLiteral("ctrl+shift+1"));
+    drag({200, 300}, {1000, 900});
+    ASSERT_TRUE(waitForFiles(folder, 1));
+    const QString originalName = pngFiles(folder).first();
+    const QImage original(QDir(folder).filePath(originalName));
+    ASSERT_EQ(original.size(), QSize(800, 600));
+
+    const QString editorName = QString::fromUtf8("^Pixmora — Markup$");
+    const auto openEditor = [&] {
+        const QRect thumbnail = desktop.windowRect(desktop.waitForWindow(QStringLiteral("^Pixmora Preview$")));
+        mouse(thumbnail.center(), QStringLiteral("click 1"));
+        return desktop.waitForWindow(editorName);
+    };
+    const quint64 editor = openEditor();
+    ASSERT_NE(editor, 0u);
+    const QRect window = desktop.windowRect(editor);
+    EXPECT_EQ(window.height(), 696);
+    EXPECT_GE(window.width(), 1280);
+    const int width = window.width() / 2;  // in points
+    EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return activeWindow() == editor; }, 3000)) << "the editor has the focus";
+    // Toolbar buttons by their centres in points; picture points in image pixels.
+    const auto toolbar = [&](int x) { return window.topLeft() + 2 * QPoint(x, 24); };
+    const auto picture = [&](QPoint image) { return window.topLeft() + QPoint(width - 400, 96) + image; };
+    const QRgb blue = qRgb(0, 122, 255);
+
+    mouse(toolbar(246 + 4 * 22 + 9), QStringLiteral("click 1"));  // the blue swatch
+    drag(picture({100, 450}), picture({400, 150}));                // an arrow, the tool it starts with
+    mouse(toolbar(12 + 2 * 28 + 14), QStringLiteral("click 1"));   // Rectangle
+    drag(picture({500, 100}), picture({700, 400}));
+    // The keyboard is on the canvas: Ctrl+Z takes the rectangle away, Ctrl+Shift+Z brings it back.
+    const auto rectangleShown = [&] { return screen(QRect(picture({596, 96}), QSize(8, 8))).pixel(4, 4) == blue; };
+    EXPECT_TRUE(rectangleShown());
+    ASSERT_TRUE(xdotool(QStringLiteral("key ctrl+z")).ok());
+    EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return !rectangleShown(); }, 2000));
+    ASSERT_TRUE(xdotool(QStringLiteral("key ctrl+shift+z")).ok());
+    EXPECT_TRUE(VirtualDesktop::waitUntil(rectangleShown, 2000));
+
+    mouse(toolbar(width - 12 - 72 - 10 - 36), QStringLiteral("click 1"));  // Save
+    ASSERT_TRUE(waitForFiles(folder, 2));
+    const QStringList saved = pngFiles(folder);
+    const QString editedName = saved[0] == originalName ? saved[1] : saved[0];
+    EXPECT_TRUE(editedName.startsWith(QStringLiteral("Screenshot "))) << editedName.toStdString();
+    const QImage edited(QDir(folder).filePath(editedName));
+    ASSERT_EQ(edited.size(), original.size());
+    EXPECT_EQ(dotsPerInch(edited), 144);
+    EXPECT_TRUE(samePixels(QImage(QDir(folder).filePath(originalName)), original)) << "the delivered file stays";
+    // 8-pixel strokes (4 points at this zoom); the arrow's head reaches 28 pixels back from its tip.
+    const QRect arrowArea = QRect(QPoint(100, 150), QPoint(400, 450)).adjusted(-32, -32, 32, 32);
+    const QRect boxArea = QRect(QPoint(500, 100), QPoint(700, 400)).adjusted(-6, -6, 6, 6);
+    const QRect boxInside = boxArea.adjusted(12, 12, -12, -12);
+    int changedOutside = 0;
+    const QImage before = original.convertToFormat(QImage::Format_RGB32);
+    const QImage after = edited.convertToFormat(QImage::Format_RGB32);
+    for (int y = 0; y < after.height(); ++y) {
+        for (int x = 0; x < after.width(); ++x) {
+            const bool marked = arrowArea.contains(x, y) || (boxArea.contains(x, y) && !boxInside.contains(x, y));
+            changedOutside += !marked && after.pixel(x, y) != before.pixel(x, y);
+        }
+    }
+    EXPECT_EQ(changedOutside, 0);
+    for (const QPoint mark : {QPoint(250, 300), QPoint(400, 150), QPoint(600, 100), QPoint(500, 250), QPoint(700, 250),
+                              QPoint(600, 400)})
+        EXPECT_EQ(after.pixel(mark), blue) << mark.x() << "," << mark.y();
+    // Barbs of 28 pixels at 25.7 degrees either side of the shaft, back from the tip.
+    for (const double barb : {-std::numbers::pi / 4 + std::numbers::pi / 7, -std::numbers::pi / 4 - std::numbers::pi / 7}) {
+        const QPoint point = QPoint(400, 150) + (20 * QPointF(-std::cos(barb), -std::sin(barb))).toPoint();
+        EXPECT_EQ(after.pixel(point), blue) << point.x() << "," << point.y();
+    }
+    EXPECT_EQ(after.pixel(600, 250), before.pixel(600, 250)) << "shapes are not filled";
+
+    // Done closes it; a second capture's editor discards that capture's file after asking.
+    mouse(toolbar(width - 12 - 36), QStringLiteral("click 1"));  // Done
+    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return desktop.waitForWindow(editorName, 0) == 0; }, 3000));
+    command(QStringLiteral("ctrl+shift+1"));
+    drag({1200, 300}, {1600, 700});
+    ASSERT_TRUE(waitForFiles(folder, 3));
+    const quint64 second = openEditor();
+    ASSERT_NE(second, 0u);
+    mouse(desktop.windowRect(second).topLeft() + 2 * QPoint(576 + 14, 24), QStringLiteral("click 1"));  // Discard
+    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return activeWindow() != second; }, 5000)) << "the question";
+    QThread::msleep(300);
+    ASSERT_TRUE(xdotool(QStringLiteral("key Return")).ok());
+    EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return pngFiles(folder).size() == 2; }, 5000));
+    EXPECT_EQ(pngFiles(folder), saved);
+    EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return desktop.waitForWindow(editorName, 0) == 0; }, 3000));
+    desktop.stop(app);
+}
 
 TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScreenShowed)
 {
@@ -138,11 +248,7 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-hold -geometry 80x24+150+150 -e ls -l /usr/bin")));
     desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T pick-me -hold -geometry 80x24+2000+300 -e ls -l /etc")));
     ASSERT_NE(desktop.waitForWindow(QStringLiteral("^pick-me$")), 0u);
-    const pid_t app = desktop.start(qEnvironmentVariable("PIXMORA_BINARY"), {});
-    // The tray icon is created just before the shortcuts are grabbed.
-    ASSERT_TRUE(VirtualDesktop::waitUntil(
-        [&] { return xdotool(QStringLiteral("search --classname ^pixmora$")).ok(); }, 15000));
-    QThread::msleep(800);
+    const pid_t app = startPixmora();
     const QImage before = screen(QRect(0, 0, 3840, 2160));
 
     // Every display: LEFT (960 x 1080 points at scale 2) and RIGHT (1920 x

@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 #include <chrono>
 #include <stdexcept>
 #include <thread>
@@ -242,6 +243,18 @@ quint64 VirtualDesktop::waitForWindow(const QString &namePattern, int timeoutMs,
         return window != 0;
     }, timeoutMs, whileWaiting);
     return window;
+}
+
+QRect VirtualDesktop::windowRect(quint64 window) const
+{
+    const Result info = run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), QString::number(window)});
+    const auto field = [&](const char *label) {
+        const qsizetype at = info.output.indexOf(label);
+        return at < 0 ? -1 : info.output.mid(at + qsizetype(std::strlen(label))).trimmed().split('\n').first().toInt();
+    };
+    if (!info.ok() || field("Width:") < 0)
+        return {};
+    return QRect(field("Absolute upper-left X:"), field("Absolute upper-left Y:"), field("Width:"), field("Height:"));
 }
 
 } // namespace pixmora::e2e

@@ -61,6 +61,9 @@ public:
     // The first visible window whose name matches the regular expression, 0 on timeout.
     quint64 waitForWindow(const QString &namePattern, int timeoutMs = 10000,
                           const std::function<void()> &whileWaiting = {}) const;
+    // A window's true position and size in root-window pixels (xdotool's is
+    // off by the frame); empty when it does not exist.
+    QRect windowRect(quint64 window) const;
 
 private:
     pid_t spawn(const QString &program, const QStringList &arguments, const QString &outputPath,
