@@ -6,6 +6,8 @@
 #include "platform/Logging.h"
 
 #include <QCursor>
+#include <QDir>
+#include <QFileInfo>
 #include <QMap>
 #include <QMenu>
 #include <QPointer>
@@ -51,7 +53,8 @@ void AppDelegate::applicationDidFinishLaunching()
                              command(&AppDelegate::captureFullScreenFromMenu),
                              command(&AppDelegate::captureFullScreenDelayed), command(&AppDelegate::chooseFolder),
                              command(&AppDelegate::revealFolder), command(&AppDelegate::toggleLaunchAtLogin),
-                             command(&AppDelegate::showInstructions), command(&AppDelegate::showAbout)});
+                             command(&AppDelegate::showInstructions), command(&AppDelegate::showAbout),
+                             command(&AppDelegate::showHistory)});
     m_statusItem = std::make_unique<QSystemTrayIcon>(QIcon(QStringLiteral(":/icons/camera-viewfinder.svg")));
     m_statusItem->setToolTip(QString::fromUtf8("Pixmora — Screenshots"));
     m_statusItem->setContextMenu(m_statusMenu->menu());
@@ -177,6 +180,29 @@ void AppDelegate::revealFolder()
     }
     showAlert(QStringLiteral("Could Not Access the Save Folder"),
               QString::fromUtf8("Use \"Save To…\" to choose the folder again."));
+}
+
+void AppDelegate::showHistory()
+{
+    if (!m_history) {
+        showAlert(QStringLiteral("History Unavailable"),
+                  QStringLiteral("Pixmora could not open its own storage folder."));
+        return;
+    }
+    if (!m_historyWindow) {
+        // Until the markup editor exists, a capture opens in the user's image viewer.
+        const QPointer<AppDelegate> self(this);
+        m_historyWindow = std::make_unique<HistoryWindowController>(
+            *m_history, m_platform.clipboard, m_platform.dialogs,
+            [self](const QImage &, double, const QString &path) {
+                if (self)
+                    self->m_platform.desktop.openFile(path);
+            },
+            // Beside the history, as private as the captures it shows.
+            QFileInfo(m_history->directory()).dir().filePath(QStringLiteral("Thumbnails")));
+    }
+    m_platform.desktop.activateApplication();
+    m_historyWindow->showWindow();
 }
 
 void AppDelegate::askLaunchAtLogin()

@@ -7,6 +7,7 @@
 #include "app/StatusMenu.h"
 #include "capture/CaptureFlow.h"
 #include "history/CaptureHistoryStore.h"
+#include "history/HistoryWindowController.h"
 #include "platform/Platform.h"
 #include "preview/PreviewPresenter.h"
 
@@ -47,6 +48,8 @@ public:
     // Shows the folder in the file manager, asking for one first when there
     // is none, and alerting when it still cannot be reached.
     void revealFolder();
+    // The "Recent Captures" window, made on first use and reloaded at every opening.
+    void showHistory();
     void askLaunchAtLogin();
     void toggleLaunchAtLogin();
     void showAbout();
@@ -65,6 +68,7 @@ public:
     bool captureFlowActive() const { return m_captureFlowActive; }
     CaptureFlow *captureFlow() const { return m_captureFlow.get(); }
     StatusMenu *statusMenu() const { return m_statusMenu.get(); }
+    HistoryWindowController *historyWindow() const { return m_historyWindow.get(); }
 
 private:
     bool beginCaptureFlow();
@@ -85,6 +89,7 @@ private:
     std::unique_ptr<CaptureFlow> m_captureFlow;  // the live flow, until it has ended
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<QSystemTrayIcon> m_statusItem;
+    std::unique_ptr<HistoryWindowController> m_historyWindow;  // listens to m_history
 };
 
 } // namespace pixmora
