@@ -41,6 +41,21 @@ void AppDelegate::applicationDidFinishLaunching()
             QTimer::singleShot(0, this, &AppDelegate::askLaunchAtLogin);
     }
 
+    // Made now, its window at the first opening: it readies the thumbnails
+    // of every capture from the start.
+    if (m_history) {
+        // Until the markup editor exists, a capture opens in the user's image viewer.
+        const QPointer<AppDelegate> self(this);
+        m_historyWindow = std::make_unique<HistoryWindowController>(
+            *m_history, m_platform.clipboard, m_platform.dialogs,
+            [self](const QImage &, double, const QString &path) {
+                if (self)
+                    self->m_platform.desktop.openFile(path);
+            },
+            // Beside the history, as private as the captures it shows.
+            QFileInfo(m_history->directory()).dir().filePath(QStringLiteral("Thumbnails")));
+    }
+
     const auto command = [self = QPointer<AppDelegate>(this)](void (AppDelegate::*run)()) {
         return [self, run] {
             if (self)
@@ -188,18 +203,6 @@ void AppDelegate::showHistory()
         showAlert(QStringLiteral("History Unavailable"),
                   QStringLiteral("Pixmora could not open its own storage folder."));
         return;
-    }
-    if (!m_historyWindow) {
-        // Until the markup editor exists, a capture opens in the user's image viewer.
-        const QPointer<AppDelegate> self(this);
-        m_historyWindow = std::make_unique<HistoryWindowController>(
-            *m_history, m_platform.clipboard, m_platform.dialogs,
-            [self](const QImage &, double, const QString &path) {
-                if (self)
-                    self->m_platform.desktop.openFile(path);
-            },
-            // Beside the history, as private as the captures it shows.
-            QFileInfo(m_history->directory()).dir().filePath(QStringLiteral("Thumbnails")));
     }
     m_platform.desktop.activateApplication();
     m_historyWindow->showWindow();

@@ -48,7 +48,7 @@ public:
     // Shows the folder in the file manager, asking for one first when there
     // is none, and alerting when it still cannot be reached.
     void revealFolder();
-    // The "Recent Captures" window, made on first use and reloaded at every opening.
+    // The "Recent Captures" window, reloaded and brought forward at every opening.
     void showHistory();
     void askLaunchAtLogin();
     void toggleLaunchAtLogin();

@@ -130,7 +130,25 @@ void HistoryThumbnailLoader::request(const std::vector<File> &files)
     m_waiting.clear();
     for (const File &file : files)
         if (!isDecoded(file))
-            m_waiting.push_back(file);
+            m_waiting.push_back({file, true});
+    startWaiting();
+}
+
+bool HistoryThumbnailLoader::onDisk(const File &file) const
+{
+    return QFileInfo::exists(*m_cacheFolder + QLatin1Char('/') + cacheName(file, m_box));
+}
+
+void HistoryThumbnailLoader::prepareOnDisk(const std::vector<File> &files)
+{
+    if (!m_cacheFolder)
+        return;
+    for (const File &file : files) {
+        const bool waiting = std::any_of(m_waiting.begin(), m_waiting.end(),
+                                         [&file](const Wish &wish) { return wish.file.path == file.path; });
+        if (file.stamp.bytes >= diskCacheFromBytes && !waiting && !onDisk(file))
+            m_waiting.push_back({file, false});
+    }
     startWaiting();
 }
 
@@ -145,25 +163,25 @@ void HistoryThumbnailLoader::clear()
 void HistoryThumbnailLoader::startWaiting()
 {
     while (m_running < m_pool.maxThreadCount() && !m_waiting.empty()) {
-        const File file = m_waiting.front();
+        const Wish wish = m_waiting.front();
         m_waiting.pop_front();
         ++m_running;
-        m_pool.start([this, file, generation = m_generation, box = m_box, cacheFolder = m_cacheFolder] {
-            const QImage image = load(file, box, cacheFolder);
+        m_pool.start([this, wish, generation = m_generation, box = m_box, cacheFolder = m_cacheFolder] {
+            const QImage image = load(wish.file, box, cacheFolder);
             QMetaObject::invokeMethod(
-                &m_context, [this, file, image, generation] { finished(file, image, generation); },
+                &m_context, [this, wish, image, generation] { finished(wish, image, generation); },
                 Qt::QueuedConnection);
         });
     }
 }
 
-void HistoryThumbnailLoader::finished(const File &file, const QImage &image, quint64 generation)
+void HistoryThumbnailLoader::finished(const Wish &wish, const QImage &image, quint64 generation)
 {
     --m_running;
-    if (generation == m_generation) {
-        m_decoded.insert(file.path, {file.stamp, image});
+    if (wish.keep && generation == m_generation) {
+        m_decoded.insert(wish.file.path, {wish.file.stamp, image});
         if (m_onReady)
-            m_onReady(file.path);
+            m_onReady(wish.file.path);
     }
     startWaiting();
 }

@@ -60,6 +60,9 @@ public:
     // What is still to decode becomes these files, in this order; files
     // being decoded now finish.
     void request(const std::vector<File> &files);
+    // Puts the thumbnails of these files on disk, after what is wanted now,
+    // without keeping them in memory: the next opening finds them ready.
+    void prepareOnDisk(const std::vector<File> &files);
     // Forgets every thumbnail and every wish; decodes under way are dropped
     // when they finish.
     void clear();
@@ -75,16 +78,22 @@ private:
         QImage image;
     };
 
+    struct Wish {
+        File file;
+        bool keep;  // in memory, for the window
+    };
+
     static QImage load(const File &file, QSize box, const std::optional<QString> &cacheFolder);
     static QString cacheName(const File &file, QSize box);
+    bool onDisk(const File &file) const;
     void startWaiting();
-    void finished(const File &file, const QImage &image, quint64 generation);
+    void finished(const Wish &wish, const QImage &image, quint64 generation);
 
     const QSize m_box;
     const std::optional<QString> m_cacheFolder;
     const std::function<void(const QString &)> m_onReady;
     QHash<QString, Decoded> m_decoded;
-    std::deque<File> m_waiting;
+    std::deque<Wish> m_waiting;
     int m_running = 0;
     quint64 m_generation = 0;  // moves on at clear(), so late results are dropped
     // Results reach the main thread through this object; it outlives the pool,

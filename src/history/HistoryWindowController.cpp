@@ -7,6 +7,7 @@
 #include "platform/Dialogs.h"
 #include "platform/Logging.h"
 
+#include <QApplication>
 #include <QBuffer>
 #include <QEvent>
 #include <QFile>
@@ -60,15 +61,37 @@ HistoryWindowController::HistoryWindowController(CaptureHistoryStore &store, Cli
                                                  OnOpen onOpen, std::optional<QString> thumbnailCache)
     : m_store(store), m_clipboard(clipboard), m_dialogs(dialogs), m_onOpen(std::move(onOpen))
 {
-    buildUI(std::move(thumbnailCache));
-    // While hidden, the next opening reloads anyway; a deleted capture's
-    // thumbnail goes at once all the same.
+    // Thumbnails are decoded at the size a tile shows them on the main screen.
+    const QRect box = HistoryItemDelegate::thumbnailBox(HistoryItemDelegate::captionFont(QApplication::font()));
+    const qreal ratio = QGuiApplication::primaryScreen() ? QGuiApplication::primaryScreen()->devicePixelRatio() : 1.0;
+    m_thumbnails = std::make_unique<HistoryThumbnailLoader>(
+        QSize(qCeil(box.width() * ratio), qCeil(box.height() * ratio)), std::move(thumbnailCache),
+        [this](const QString &path) { showThumbnail(path); });
+    for (const Entry &entry : m_store.entries())
+        m_seenPaths.insert(entry.path);
+    // While hidden, the next opening reloads anyway; meanwhile a deleted
+    // capture's thumbnail goes at once, and a new one's is made ready.
     m_listenerId = m_store.addListener([this] {
-        if (m_window->isVisible())
+        if (m_window && m_window->isVisible()) {
             reload();
-        else
-            m_thumbnails->keepOnDiskOnly(filesOf(m_store.entries()));
+            return;
+        }
+        const std::vector<HistoryThumbnailLoader::File> files = filesOf(m_store.entries());
+        m_thumbnails->keepOnDiskOnly(files);
+        std::vector<HistoryThumbnailLoader::File> added;
+        for (const HistoryThumbnailLoader::File &file : files)
+            if (!m_seenPaths.contains(file.path))
+                added.push_back(file);
+        rememberPaths(files);
+        m_thumbnails->prepareOnDisk(added);
     });
+}
+
+void HistoryWindowController::rememberPaths(const std::vector<HistoryThumbnailLoader::File> &files)
+{
+    m_seenPaths.clear();
+    for (const HistoryThumbnailLoader::File &file : files)
+        m_seenPaths.insert(file.path);
 }
 
 std::vector<HistoryThumbnailLoader::File> HistoryWindowController::filesOf(const std::vector<Entry> &entries)
@@ -84,11 +107,12 @@ std::vector<HistoryThumbnailLoader::File> HistoryWindowController::filesOf(const
 HistoryWindowController::~HistoryWindowController()
 {
     m_store.removeListener(m_listenerId);
-    m_window->removeEventFilter(this);
+    if (m_window)
+        m_window->removeEventFilter(this);
     m_window.reset();
 }
 
-void HistoryWindowController::buildUI(std::optional<QString> thumbnailCache)
+void HistoryWindowController::buildUI()
 {
     m_window = std::make_unique<QWidget>(nullptr, Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint |
                                                       Qt::WindowCloseButtonHint | Qt::WindowMaximizeButtonHint);
@@ -145,17 +169,12 @@ void HistoryWindowController::buildUI(std::optional<QString> thumbnailCache)
     layout->setSpacing(0);
     layout->addLayout(content, 1);
     layout->addLayout(footer);
-
-    // Thumbnails are decoded at the size they are shown on this screen.
-    const QRect box = HistoryItemDelegate::thumbnailBox(HistoryItemDelegate::captionFont(m_grid->font()));
-    const qreal ratio = m_window->devicePixelRatioF();
-    m_thumbnails = std::make_unique<HistoryThumbnailLoader>(
-        QSize(qCeil(box.width() * ratio), qCeil(box.height() * ratio)), std::move(thumbnailCache),
-        [this](const QString &path) { showThumbnail(path); });
 }
 
 void HistoryWindowController::showWindow()
 {
+    if (!m_window)
+        buildUI();
     reload();
     QScreen *screen = QGuiApplication::primaryScreen();
     if (screen && !m_window->isVisible()) {
@@ -170,11 +189,14 @@ void HistoryWindowController::showWindow()
 
 void HistoryWindowController::reload()
 {
+    if (!m_window)
+        return;
     const int current = m_grid->currentRow();
     const QString selected = current >= 0 && size_t(current) < m_files.size() ? m_files[size_t(current)].path : QString();
     const int scrolled = m_grid->verticalScrollBar()->value();
     m_entries = m_store.entries();
     m_files = filesOf(m_entries);
+    rememberPaths(m_files);
     m_thumbnails->keepOnDiskOnly(m_files);
     m_rowOfPath.clear();
     m_grid->clear();

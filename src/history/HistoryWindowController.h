@@ -5,7 +5,7 @@
 
 #include <QHash>
 #include <QObject>
-#include <QPointer>
+#include <QSet>
 
 #include <functional>
 #include <memory>
@@ -25,9 +25,10 @@ class Dialogs;
 
 // The "Recent Captures" window: the history as a grid of thumbnails, newest
 // first, with a footer telling how many captures are kept and how much room
-// they take. A click opens a capture, a right click offers more. Made once
-// and kept; closing only hides it and lets go of the thumbnails. While it
-// shows, it follows every change of the store.
+// they take. A click opens a capture, a right click offers more. The window
+// is made at its first showing and kept; closing only hides it and lets go of
+// the thumbnails. While it shows, it follows every change of the store; while
+// hidden, it readies the thumbnails of new captures on disk.
 class HistoryWindowController : public QObject {
 public:
     using Entry = CaptureHistoryStore::Entry;
@@ -40,6 +41,7 @@ public:
                             std::optional<QString> thumbnailCache = std::nullopt);
     ~HistoryWindowController() override;
 
+    // Nothing before the first showing.
     QWidget *window() const { return m_window.get(); }
     // Reloads, centres the window on the screen and brings it to the front.
     void showWindow();
@@ -70,7 +72,8 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    void buildUI(std::optional<QString> thumbnailCache);
+    void buildUI();
+    void rememberPaths(const std::vector<HistoryThumbnailLoader::File> &files);
     static std::vector<HistoryThumbnailLoader::File> filesOf(const std::vector<Entry> &entries);
     void requestThumbnails();
     void showThumbnail(const QString &path);
@@ -86,6 +89,7 @@ private:
     std::vector<Entry> m_entries;
     std::vector<HistoryThumbnailLoader::File> m_files;  // the entries' files with their stamps
     QHash<QString, int> m_rowOfPath;
+    QSet<QString> m_seenPaths;  // the captures whose thumbnails were made or asked for
     std::unique_ptr<HistoryThumbnailLoader> m_thumbnails;
     std::unique_ptr<QWidget> m_window;  // goes first: its widgets call back into this object
     QListWidget *m_grid = nullptr;

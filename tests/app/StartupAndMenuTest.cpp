@@ -142,6 +142,8 @@ TEST(StatusMenuTest, RecentCapturesOpensOneWindowAndReloadsItEachTime)
 
     FakePlatform fake;
     AppDelegate withoutHistory(fake.platform(), h.path("Other.conf"), std::nullopt);
+    withoutHistory.applicationDidFinishLaunching();
+    fake.dialogs.alerts.clear();
     withoutHistory.showHistory();
     EXPECT_EQ(withoutHistory.historyWindow(), nullptr);
     ASSERT_EQ(fake.dialogs.alerts.size(), 1);

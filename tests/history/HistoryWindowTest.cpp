@@ -137,6 +137,28 @@ TEST(HistoryThumbnailLoaderTest, KeepsLargeThumbnailsOnDiskForExactlyTheirFile)
     EXPECT_TRUE(QDir(cache).entryList(QDir::Files).isEmpty());
 }
 
+// Thumbnails of captures taken while the window is hidden are ready on disk
+// for its next opening; those of deleted captures go at once. The history
+// found at start is left for the window to decode when it is wanted.
+TEST(HistoryWindowCacheTest, ReadiesNewCapturesOnDiskAndForgetsDeletedOnes)
+{
+    QTemporaryDir root;
+    CaptureHistoryStore store(root.filePath("History"));
+    const QString cache = root.filePath("Thumbnails");
+    const QByteArray large = encodePng(test::noise(600, 400), 1);
+    ASSERT_TRUE(store.add(large, noon));
+    FakeClipboard clipboard;
+    FakeDialogs dialogs;
+    HistoryWindowController controller(store, clipboard, dialogs, {}, cache);
+    const auto cached = [&] { return QDir(cache).entryList(QDir::Files).size(); };
+    ASSERT_TRUE(store.add(large, noon.addSecs(1)));
+    ASSERT_TRUE(waitUntil([&] { return controller.thumbnails().idle(); }));
+    EXPECT_EQ(cached(), 1);
+    EXPECT_EQ(controller.window(), nullptr) << "no window until it is shown";
+    store.remove(store.entries().front());
+    EXPECT_EQ(cached(), 0);
+}
+
 class HistoryWindowTest : public ::testing::Test {
 protected:
     struct Opened {
