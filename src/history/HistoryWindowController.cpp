@@ -100,7 +100,8 @@ std::vector<HistoryThumbnailLoader::File> HistoryWindowController::filesOf(const
     files.reserve(entries.size());
     // A file gone since the listing gets a stamp that matches no thumbnail.
     for (const Entry &entry : entries)
-        files.push_back({entry.path, HistoryThumbnailLoader::stampOf(entry.path).value_or(HistoryThumbnailLoader::Stamp{})});
+        files.push_back({entry.path, HistoryThumbnailLoader::stampOf(entry.path).value_or(
+                                         HistoryThumbnailLoader::Stamp{})});
     return files;
 }
 
@@ -192,7 +193,8 @@ void HistoryWindowController::reload()
     if (!m_window)
         return;
     const int current = m_grid->currentRow();
-    const QString selected = current >= 0 && size_t(current) < m_files.size() ? m_files[size_t(current)].path : QString();
+    const QString selected =
+        current >= 0 && size_t(current) < m_files.size() ? m_files[size_t(current)].path : QString();
     const int scrolled = m_grid->verticalScrollBar()->value();
     m_entries = m_store.entries();
     m_files = filesOf(m_entries);

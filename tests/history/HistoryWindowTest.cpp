@@ -74,9 +74,11 @@ TEST(HistoryTextsTest, FooterAndClearQuestionCountAndMeasureInTheLocalesStyle)
     };
     for (const auto &c : cases)
         EXPECT_EQ(HistoryWindowController::footerText(c.count, c.bytes, c.locale).toStdString(), c.footer);
-    EXPECT_EQ(HistoryWindowController::clearQuestion(1), "This deletes the 1 capture kept inside Pixmora. "
-                                                         "Screenshots you already saved to your own folder are not touched.");
-    EXPECT_TRUE(HistoryWindowController::clearQuestion(5).startsWith("This deletes the 5 captures kept inside Pixmora."));
+    EXPECT_EQ(HistoryWindowController::clearQuestion(1),
+              "This deletes the 1 capture kept inside Pixmora. "
+              "Screenshots you already saved to your own folder are not touched.");
+    EXPECT_TRUE(
+        HistoryWindowController::clearQuestion(5).startsWith("This deletes the 5 captures kept inside Pixmora."));
 }
 
 // The scale a capture opens with is its file's resolution over 72 dpi, never under 1.
@@ -219,7 +221,8 @@ TEST_F(HistoryWindowTest, ShowsTheHistoryNewestFirstWithThumbnailsAndLetsGoOnClo
 
     controller.window()->close();
     EXPECT_EQ(grid().count(), 0);
-    EXPECT_TRUE(controller.thumbnails().thumbnail({store.entries()[0].path, *HistoryThumbnailLoader::stampOf(store.entries()[0].path)}).isNull());
+    const QString first = store.entries()[0].path;
+    EXPECT_TRUE(controller.thumbnails().thumbnail({first, *HistoryThumbnailLoader::stampOf(first)}).isNull());
     add({10, 10}, Qt::green, 1, 3);
     EXPECT_EQ(grid().count(), 0) << "a hidden window waits for its next opening";
     controller.showWindow();
