@@ -108,8 +108,13 @@ std::vector<HistoryThumbnailLoader::File> HistoryWindowController::filesOf(const
 HistoryWindowController::~HistoryWindowController()
 {
     m_store.removeListener(m_listenerId);
-    if (m_window)
+    // Widgets being destroyed still send events; none may reach this object.
+    if (m_window) {
         m_window->removeEventFilter(this);
+        m_grid->removeEventFilter(this);
+        m_grid->viewport()->removeEventFilter(this);
+        m_grid->verticalScrollBar()->disconnect(m_grid);
+    }
     m_window.reset();
 }
 
