@@ -12,6 +12,7 @@
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QMap>
 #include <QMenu>
@@ -46,6 +47,21 @@ void AppDelegate::applicationDidFinishLaunching()
             QTimer::singleShot(0, this, &AppDelegate::askLaunchAtLogin);
     }
 
+    // Made now, its window at the first opening: it readies the thumbnails
+    // of every capture from the start.
+    if (m_history) {
+        // A capture from the history has no delivered files for Discard to delete.
+        const QPointer<AppDelegate> self(this);
+        m_historyWindow = std::make_unique<HistoryWindowController>(
+            *m_history, m_platform.clipboard, m_platform.dialogs,
+            [self](const QImage &image, double scale, const QString &) {
+                if (self)
+                    self->openMarkupEditor(image, scale, {});
+            },
+            // Beside the history, as private as the captures it shows.
+            QFileInfo(m_history->directory()).dir().filePath(QStringLiteral("Thumbnails")));
+    }
+
     const auto command = [self = QPointer<AppDelegate>(this)](void (AppDelegate::*run)()) {
         return [self, run] {
             if (self)
@@ -58,7 +74,8 @@ void AppDelegate::applicationDidFinishLaunching()
                              command(&AppDelegate::captureFullScreenFromMenu),
                              command(&AppDelegate::captureFullScreenDelayed), command(&AppDelegate::chooseFolder),
                              command(&AppDelegate::revealFolder), command(&AppDelegate::toggleLaunchAtLogin),
-                             command(&AppDelegate::showInstructions), command(&AppDelegate::showAbout)});
+                             command(&AppDelegate::showInstructions), command(&AppDelegate::showAbout),
+                             command(&AppDelegate::showHistory)});
     QGuiApplication::setWindowIcon(QIcon(QStringLiteral(":/icons/pixmora.svg")));
     m_statusItem = std::make_unique<QSystemTrayIcon>(statusItemIcon());
     m_statusItem->setToolTip(QString::fromUtf8("Pixmora — Screenshots"));
@@ -237,6 +254,17 @@ void AppDelegate::revealFolder()
     }
     showAlert(QStringLiteral("Could Not Access the Save Folder"),
               QString::fromUtf8("Use \"Save To…\" to choose the folder again."));
+}
+
+void AppDelegate::showHistory()
+{
+    if (!m_history) {
+        showAlert(QStringLiteral("History Unavailable"),
+                  QStringLiteral("Pixmora could not open its own storage folder."));
+        return;
+    }
+    m_platform.desktop.activateApplication();
+    m_historyWindow->showWindow();
 }
 
 void AppDelegate::askLaunchAtLogin()

@@ -7,6 +7,7 @@
 #include "app/StatusMenu.h"
 #include "capture/CaptureFlow.h"
 #include "history/CaptureHistoryStore.h"
+#include "history/HistoryWindowController.h"
 #include "markup/MarkupEditorController.h"
 #include "platform/Platform.h"
 #include "preview/PreviewPresenter.h"
@@ -60,6 +61,8 @@ public:
     // Shows the folder in the file manager, asking for one first when there
     // is none, and alerting when it still cannot be reached.
     void revealFolder();
+    // The "Recent Captures" window, reloaded and brought forward at every opening.
+    void showHistory();
     void askLaunchAtLogin();
     void toggleLaunchAtLogin();
     void showAbout();
@@ -79,6 +82,7 @@ public:
     CaptureFlow *captureFlow() const { return m_captureFlow.get(); }
     StatusMenu *statusMenu() const { return m_statusMenu.get(); }
     const std::vector<std::unique_ptr<MarkupEditorController>> &markupEditors() const { return m_markupEditors; }
+    HistoryWindowController *historyWindow() const { return m_historyWindow.get(); }
 
 private:
     bool beginCaptureFlow();
@@ -100,6 +104,7 @@ private:
     std::unique_ptr<StatusMenu> m_statusMenu;
     std::unique_ptr<QSystemTrayIcon> m_statusItem;
     std::vector<std::unique_ptr<MarkupEditorController>> m_markupEditors;  // in the order opened
+    std::unique_ptr<HistoryWindowController> m_historyWindow;  // listens to m_history
 };
 
 } // namespace pixmora

@@ -51,6 +51,7 @@ void StatusMenu::buildMenu()
     menu->addSeparator();
     m_folderItem = add(QString::fromUtf8("Save To…"), m_commands.chooseFolder);
     add(QStringLiteral("Show Captures Folder in File Manager"), m_commands.revealFolder);
+    add(QString::fromUtf8("Recent Captures…"), m_commands.showHistory);
     menu->addSeparator();
     m_loginItem = add(QStringLiteral("Launch at Login"), m_commands.toggleLaunchAtLogin, true);
     add(QStringLiteral("Instructions"), m_commands.showInstructions);

@@ -22,6 +22,7 @@ public:
     struct Commands {
         std::function<void()> captureRegionFromMenu, captureWindowFromMenu, captureFullScreenFromMenu,
             captureFullScreenDelayed, chooseFolder, revealFolder, toggleLaunchAtLogin, showInstructions, showAbout;
+        std::function<void()> showHistory;
     };
 
     StatusMenu(Settings &settings, SaveLocationStore &saveLocation, LoginItem &loginItem, Commands commands);

@@ -84,6 +84,7 @@ std::optional<QString> CaptureHistoryStore::add(const QByteArray &png, const QDa
         return std::nullopt;
     }
     prune();
+    notifyListeners();
     return path;
 }
 
@@ -108,7 +109,7 @@ void CaptureHistoryStore::prune()
 {
     std::vector<Entry> kept = entries();
     while (kept.size() > static_cast<size_t>(maxItems)) {
-        remove(kept.back());
+        deleteFile(kept.back());
         kept.pop_back();
     }
     qint64 total = 0;
@@ -117,22 +118,46 @@ void CaptureHistoryStore::prune()
     // The newest capture stays however large it is.
     while (total > maxBytes && kept.size() >= 2) {
         total -= kept.back().bytes;
-        remove(kept.back());
+        deleteFile(kept.back());
         kept.pop_back();
     }
 }
 
-void CaptureHistoryStore::remove(const Entry &entry)
+void CaptureHistoryStore::deleteFile(const Entry &entry)
 {
     QFile file(entry.path);
     if (!file.remove() && file.exists())
         qCWarning(lcHistory).noquote() << "Could not delete" << entry.path << file.errorString();
 }
 
+void CaptureHistoryStore::remove(const Entry &entry)
+{
+    deleteFile(entry);
+    notifyListeners();
+}
+
 void CaptureHistoryStore::removeAll()
 {
     for (const Entry &entry : entries())
-        remove(entry);
+        deleteFile(entry);
+    notifyListeners();
+}
+
+int CaptureHistoryStore::addListener(std::function<void()> onChange)
+{
+    m_listeners.emplace(m_nextListenerId, std::move(onChange));
+    return m_nextListenerId++;
+}
+
+void CaptureHistoryStore::removeListener(int id) { m_listeners.erase(id); }
+
+// A listener may add or remove listeners while it is told.
+void CaptureHistoryStore::notifyListeners()
+{
+    const auto listeners = m_listeners;
+    for (const auto &[id, onChange] : listeners)
+        if (onChange && m_listeners.contains(id))
+            onChange();
 }
 
 } // namespace pixmora

@@ -4,6 +4,8 @@
 #include <QDateTime>
 #include <QString>
 
+#include <functional>
+#include <map>
 #include <optional>
 #include <vector>
 
@@ -30,6 +32,8 @@ public:
 
     explicit CaptureHistoryStore(QString directory);
 
+    const QString &directory() const { return m_directory; }
+
     // Writes an already encoded PNG and trims the history; the file's path,
     // or nothing when it could not be written.
     std::optional<QString> add(const QByteArray &png, const QDateTime &date);
@@ -43,10 +47,20 @@ public:
     // Files that are not entries stay.
     void removeAll();
 
+    // Called after every change the store makes: a capture kept (and the
+    // history trimmed), an entry or all of them removed. Listeners are told
+    // in the order they were added; the id takes one off again.
+    int addListener(std::function<void()> onChange);
+    void removeListener(int id);
+
 private:
     QString freeFileName(const QDateTime &date) const;
+    void deleteFile(const Entry &entry);
+    void notifyListeners();
 
     QString m_directory;
+    std::map<int, std::function<void()>> m_listeners;
+    int m_nextListenerId = 1;
 };
 
 } // namespace pixmora

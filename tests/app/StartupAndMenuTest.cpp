@@ -12,6 +12,15 @@ using namespace pixmora::test;
 
 namespace {
 
+QAction *item(const StatusMenu &status, const QString &title)
+{
+    for (QAction *action : status.menu()->actions())
+        if (action->text() == title)
+            return action;
+    ADD_FAILURE() << "no menu item " << title.toStdString();
+    return nullptr;
+}
+
 // A shortcut held by another program is refused; the others still run their own commands.
 TEST(StartupTest, RegistersTheShortcutsOffersLaunchAtLoginOnceAndSaysWhyAChangeFailed)
 {
@@ -56,9 +65,10 @@ TEST(StatusMenuTest, ChecksEnablesAndNamesTheFolderAsTheSettingsAreWhenItOpens)
     AppHarness h;
     SaveLocationStore saveLocation(h.app->settings(), h.fake.bookmarks);
     StatusMenu status(h.app->settings(), saveLocation, h.fake.loginItem, {});
-    const QList<QAction *> items = status.menu()->actions();
-    QAction *clipboardOnly = items[5], *alsoCopy = items[6], *openAfter = items[7], *shadow = items[8];
-    QAction *saveTo = items[10], *launchAtLogin = items[13];
+    QAction *clipboardOnly = item(status, "Clipboard Only (No File)");
+    QAction *alsoCopy = item(status, "Also Copy to Clipboard (Ctrl+V)");
+    QAction *openAfter = item(status, "Open After Saving"), *shadow = item(status, "Shadow on Window Captures");
+    QAction *saveTo = item(status, "Save To…"), *launchAtLogin = item(status, "Launch at Login");
     const auto states = [&] {
         status.menuNeedsUpdate();
         QList<bool> result;
@@ -85,6 +95,60 @@ TEST(StatusMenuTest, ChecksEnablesAndNamesTheFolderAsTheSettingsAreWhenItOpens)
     h.fake.bookmarks.trashed << renamed;
     status.menuNeedsUpdate();
     EXPECT_EQ(saveTo->text(), "Save To: not set…");
+}
+
+// Every item in its place with its shortcut; check marks only where there is a setting.
+TEST(StatusMenuTest, HoldsEveryCommandInOrder)
+{
+    AppHarness h;
+    h.app->applicationDidFinishLaunching();
+    QStringList shown;
+    for (const QAction *action : h.app->statusMenu()->menu()->actions())
+        shown << (action->isSeparator() ? QString("---")
+                                        : action->text() + (action->isCheckable() ? " [x]" : "") +
+                                              (action->shortcut().isEmpty() ? "" : " " + action->shortcut().toString()));
+    EXPECT_EQ(shown, (QStringList{"Capture Area Ctrl+Shift+1", "Capture Window Ctrl+Shift+2",
+                                  "Capture Full Screen Ctrl+Shift+3", "Full Screen After 5 Seconds", "---",
+                                  "Clipboard Only (No File) [x]", "Also Copy to Clipboard (Ctrl+V) [x]",
+                                  "Open After Saving [x]", "Shadow on Window Captures [x]", "---", "Save To…",
+                                  "Show Captures Folder in File Manager", "Recent Captures…", "---",
+                                  "Launch at Login [x]", "Instructions", "About Pixmora", "---",
+                                  "Quit Pixmora Ctrl+Q"}));
+}
+
+// Made once, brought forward and reloaded at every opening; without a
+// history folder there is only the alert.
+TEST(StatusMenuTest, RecentCapturesOpensOneWindowAndReloadsItEachTime)
+{
+    AppHarness h;
+    h.app->applicationDidFinishLaunching();
+    QCoreApplication::processEvents();
+    h.fake.dialogs.alerts.clear();
+    item(*h.app->statusMenu(), "Recent Captures…")->trigger();
+    HistoryWindowController *window = h.app->historyWindow();
+    ASSERT_NE(window, nullptr);
+    EXPECT_TRUE(window->window()->isVisible());
+    EXPECT_TRUE(window->entries().empty());
+    EXPECT_EQ(h.fake.desktop.activations, 1);
+    window->window()->close();
+    h.app->deliver({{AppHarness::image({40, 30}, qRgb(200, 0, 0)), 2.0}});
+    h.app->showHistory();
+    EXPECT_EQ(h.app->historyWindow(), window);
+    EXPECT_TRUE(window->window()->isVisible());
+    ASSERT_EQ(window->entries().size(), 1u);
+    window->open(window->entries()[0]);
+    EXPECT_EQ(h.fake.desktop.openedFiles, QStringList{window->entries()[0].path});
+    EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
+
+    FakePlatform fake;
+    AppDelegate withoutHistory(fake.platform(), h.path("Other.conf"), std::nullopt);
+    withoutHistory.applicationDidFinishLaunching();
+    fake.dialogs.alerts.clear();
+    withoutHistory.showHistory();
+    EXPECT_EQ(withoutHistory.historyWindow(), nullptr);
+    ASSERT_EQ(fake.dialogs.alerts.size(), 1);
+    EXPECT_EQ(fake.dialogs.alerts[0].message, "History Unavailable");
+    EXPECT_EQ(fake.dialogs.alerts[0].informative, "Pixmora could not open its own storage folder.");
 }
 
 TEST(StatusMenuTest, RevealAsksForAMissingFolderAndAlertsWhenItStillCannotBeReached)

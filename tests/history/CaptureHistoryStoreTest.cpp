@@ -99,5 +99,29 @@ TEST_F(CaptureHistoryStoreTest, TheNewest300MebibytesStayAndTheNewestCaptureHowe
     EXPECT_EQ(store.entries().size(), 1u);
 }
 
+// One word per change, the trim included; a listener taken off (even by
+// another while they are told) hears nothing more.
+TEST_F(CaptureHistoryStoreTest, ListenersHearOfEveryChangeOnce)
+{
+    QList<int> heard;
+    int first = 0;
+    store.addListener([&] {
+        heard << int(store.entries().size());
+        if (heard.size() == 5)
+            store.removeListener(first);
+    });
+    first = store.addListener([&] { heard << -1; });
+    for (int i = 0; i < 61; ++i)
+        ASSERT_TRUE(store.add("image", noon.addSecs(i)));
+    EXPECT_EQ(heard.mid(0, 6), (QList<int>{1, -1, 2, -1, 3, 4}));
+    EXPECT_EQ(heard.size(), 63);
+    EXPECT_EQ(heard.back(), 60) << "told after the trim";
+    heard.clear();
+    store.remove(store.entries().front());
+    store.removeAll();
+    EXPECT_EQ(store.add("image", QDateTime()), std::nullopt);
+    EXPECT_EQ(heard, (QList<int>{59, 0})) << "a failed add changes nothing";
+}
+
 } // namespace
 } // namespace pixmora

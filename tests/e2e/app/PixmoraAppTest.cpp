@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QPainter>
 #include <QRegularExpression>
+#include <QSet>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -122,6 +123,19 @@ protected:
         return app;
     }
     quint64 activeWindow() { return xdotool(QStringLiteral("getactivewindow")).output.trimmed().toULongLong(); }
+    // Where a window truly is, in device pixels; empty when unknown or unmapped.
+    QRect windowFrame(quint64 window)
+    {
+        const QString info = QString::fromLatin1(
+            desktop.run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), QString::number(window)}).output);
+        if (window == 0 || !info.contains(QLatin1String("IsViewable")))
+            return {};
+        const auto field = [&](const QString &name) {
+            return QRegularExpression(name + QStringLiteral(R"(:\s+(-?\d+))")).match(info).captured(1).toInt();
+        };
+        return QRect(field(QStringLiteral("Absolute upper-left X")), field(QStringLiteral("Absolute upper-left Y")),
+                     field(QStringLiteral("Width")), field(QStringLiteral("Height")));
+    }
 
     QTemporaryDir home;
     VirtualDesktop desktop{[] {  // after the home folder: it goes first
@@ -361,6 +375,64 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     EXPECT_TRUE(waitForFiles(history, historyCount + 4));
     EXPECT_TRUE(VirtualDesktop::waitUntil(
         [&] { return QImage::fromData(clipboard(QStringLiteral("image/png"))).size() == QSize(1920, 2160); }, 5000));
+}
+
+// Three captures, the window opened from the tray menu, one deleted from
+// its context menu. LEFT is the primary monitor, at scale 2.
+TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
+{
+    desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T busy -hold -geometry 80x24+100+100 -e ls -l /usr/bin")));
+    ASSERT_NE(desktop.waitForWindow(QStringLiteral("^busy$")), 0u);
+    desktop.start(qEnvironmentVariable("PIXMORA_BINARY"), {});
+    ASSERT_TRUE(VirtualDesktop::waitUntil(
+        [&] { return xdotool(QStringLiteral("search --classname ^pixmora$")).ok(); }, 15000));
+    QThread::msleep(800);
+    for (int i = 0; i < 3; ++i) {
+        command(QStringLiteral("ctrl+shift+1"));
+        drag({150 + 100 * i, 150}, {700, 600});
+        ASSERT_TRUE(waitForFiles(history, i + 1));
+    }
+
+    // The menu from the tray icon, our one small window; "Recent Captures…"
+    // is the fifth item from the bottom.
+    QRect icon;
+    for (const QByteArray &id : xdotool(QStringLiteral("search --classname ^pixmora$")).output.split('\n'))
+        if (const QRect frame = windowFrame(id.toULongLong()); !frame.isEmpty() && frame.width() <= 64)
+            icon = frame;
+    ASSERT_FALSE(icon.isEmpty());
+    mouse(icon.center(), QStringLiteral("click 1"));
+    QThread::msleep(700);
+    command(QStringLiteral("Up Up Up Up Up Return"));
+    const quint64 window = desktop.waitForWindow(QStringLiteral("^Recent Captures$"));
+    ASSERT_NE(window, 0u);
+    const QRect frame = windowFrame(window);
+    EXPECT_EQ(frame.size(), QSize(1440, 960));
+    EXPECT_NEAR(frame.center().x(), 960, 40) << "centred on LEFT";
+    QThread::msleep(1500);  // the thumbnails
+
+    // Tiles of 200 x 150 points, 12 apart, 14 from the edges, newest first;
+    // the fourth place stays empty.
+    const auto tile = [&](int column) { return QRect(frame.topLeft() + QPoint(28 + 424 * column, 28), QSize(400, 300)); };
+    const auto varied = [&](const QRect &area) {
+        const QImage shot = screen(area.adjusted(40, 40, -40, -120));
+        QSet<QRgb> colours;
+        for (int y = 0; y < shot.height(); y += 4)
+            for (int x = 0; x < shot.width(); x += 4)
+                colours.insert(shot.pixel(x, y));
+        return colours.size();
+    };
+    EXPECT_GT(varied(tile(0)), 10);
+    EXPECT_GT(varied(tile(2)), 10);
+    EXPECT_LT(varied(QRect(frame.topLeft() + QPoint(28, 352), QSize(400, 300))), 3) << "no second row";
+
+    const QString newest = pngFiles(history).last();
+    mouse(tile(0).center(), QStringLiteral("click 3"));
+    QThread::msleep(700);
+    command(QStringLiteral("Down Down Down Down Return"));
+    EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return pngFiles(history).size() == 2; }, 5000));
+    EXPECT_FALSE(pngFiles(history).contains(newest));
+    QThread::msleep(500);
+    EXPECT_LT(varied(tile(2)), 3) << "the grid follows at once";
 }
 
 } // namespace

@@ -1,0 +1,105 @@
+#pragma once
+
+#include <QHash>
+#include <QImage>
+#include <QObject>
+#include <QSize>
+#include <QString>
+#include <QThreadPool>
+
+#include <deque>
+#include <functional>
+#include <optional>
+#include <vector>
+
+namespace pixmora {
+
+// Decodes the history's thumbnails on worker threads, the files the window
+// wants first, and keeps them in memory until cleared. Thumbnails of large
+// files are also kept on disk, in a private folder, so that the next opening
+// need not decode the captures again. A thumbnail belongs to one version of
+// its file (its stamp, which is part of the cached file's name), so a file
+// replaced under the same name is decoded again rather than shown stale.
+class HistoryThumbnailLoader {
+public:
+    // What tells one version of a file from another.
+    struct Stamp {
+        qint64 bytes = -1;
+        qint64 modified = 0;  // ms since 1970
+        qint64 changed = 0;   // inode change, ms since 1970: a rename or a rewrite moves it
+        bool operator==(const Stamp &) const = default;
+    };
+    struct File {
+        QString path;
+        Stamp stamp;
+    };
+
+    static constexpr int maxPixelSize = 360;
+    // Files from this size on decode slowly enough to keep their thumbnails on disk.
+    static constexpr qint64 diskCacheFromBytes = 512 * 1024;
+
+    // The file's stamp now, or nothing when it cannot be read.
+    static std::optional<Stamp> stampOf(const QString &path);
+    // The image fitted into box (device pixels), up or down, but never over
+    // maxPixelSize on its longer side; null when the file does not decode.
+    // Large images are scaled while they decode, so the whole never sits in memory.
+    static QImage decode(const QString &path, QSize box);
+
+    // onReady(path) is told on the main thread when a thumbnail was decoded
+    // (or failed to). cacheFolder: where thumbnails are kept on disk, or nothing.
+    HistoryThumbnailLoader(QSize box, std::optional<QString> cacheFolder,
+                           std::function<void(const QString &path)> onReady);
+    ~HistoryThumbnailLoader();
+    HistoryThumbnailLoader(const HistoryThumbnailLoader &) = delete;
+    HistoryThumbnailLoader &operator=(const HistoryThumbnailLoader &) = delete;
+
+    // The thumbnail of exactly this version of the file; null while it is not
+    // decoded, or when it cannot be.
+    QImage thumbnail(const File &file) const;
+    bool isDecoded(const File &file) const;
+    // What is still to decode becomes these files, in this order; files
+    // being decoded now finish.
+    void request(const std::vector<File> &files);
+    // Puts the thumbnails of these files on disk, after what is wanted now,
+    // without keeping them in memory: the next opening finds them ready.
+    void prepareOnDisk(const std::vector<File> &files);
+    // Forgets every thumbnail and every wish; decodes under way are dropped
+    // when they finish.
+    void clear();
+    // Deletes the thumbnails kept on disk for anything but these files, so
+    // that no picture of a deleted capture stays behind.
+    void keepOnDiskOnly(const std::vector<File> &files);
+    // For tests and benchmarks: nothing is queued or under way.
+    bool idle() const { return m_waiting.empty() && m_running == 0; }
+
+private:
+    struct Decoded {
+        Stamp stamp;
+        QImage image;
+    };
+
+    struct Wish {
+        File file;
+        bool keep;  // in memory, for the window
+    };
+
+    static QImage load(const File &file, QSize box, const std::optional<QString> &cacheFolder);
+    static QString cacheName(const File &file, QSize box);
+    bool onDisk(const File &file) const;
+    void startWaiting();
+    void finished(const Wish &wish, const QImage &image, quint64 generation);
+
+    const QSize m_box;
+    const std::optional<QString> m_cacheFolder;
+    const std::function<void(const QString &)> m_onReady;
+    QHash<QString, Decoded> m_decoded;
+    std::deque<Wish> m_waiting;
+    int m_running = 0;
+    quint64 m_generation = 0;  // moves on at clear(), so late results are dropped
+    // Results reach the main thread through this object; it outlives the pool,
+    // whose destructor waits for the workers.
+    QObject m_context;
+    QThreadPool m_pool;
+};
+
+} // namespace pixmora
