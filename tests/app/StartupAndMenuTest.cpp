@@ -137,7 +137,8 @@ TEST(StatusMenuTest, RecentCapturesOpensOneWindowAndReloadsItEachTime)
     EXPECT_TRUE(window->window()->isVisible());
     ASSERT_EQ(window->entries().size(), 1u);
     window->open(window->entries()[0]);
-    EXPECT_EQ(h.fake.desktop.openedFiles, QStringList{window->entries()[0].path});
+    ASSERT_EQ(h.app->markupEditors().size(), 1u);
+    EXPECT_EQ(h.app->markupEditors().front()->imageScale(), 2.0) << "read from the file";
     EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
 
     FakePlatform fake;

@@ -383,10 +383,7 @@ TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
 {
     desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T busy -hold -geometry 80x24+100+100 -e ls -l /usr/bin")));
     ASSERT_NE(desktop.waitForWindow(QStringLiteral("^busy$")), 0u);
-    desktop.start(qEnvironmentVariable("PIXMORA_BINARY"), {});
-    ASSERT_TRUE(VirtualDesktop::waitUntil(
-        [&] { return xdotool(QStringLiteral("search --classname ^pixmora$")).ok(); }, 15000));
-    QThread::msleep(800);
+    startPixmora();
     for (int i = 0; i < 3; ++i) {
         command(QStringLiteral("ctrl+shift+1"));
         drag({150 + 100 * i, 150}, {700, 600});
