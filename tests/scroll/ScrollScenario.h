@@ -88,6 +88,20 @@ inline QImage makeNoise(int width, int height, std::mt19937 &random, int darkest
     return image;
 }
 
+// Every channel of every pixel moved by levels (clipped), as when content re-renders a little lighter or darker.
+inline QImage brightened(const QImage &image, int levels)
+{
+    QImage result = image.convertToFormat(QImage::Format_RGB32);
+    for (int y = 0; y < result.height(); ++y) {
+        auto *row = reinterpret_cast<QRgb *>(result.scanLine(y));
+        for (int x = 0; x < result.width(); ++x) {
+            const auto channel = [&](int value) { return std::clamp(value + levels, 0, 255); };
+            row[x] = qRgb(channel(qRed(row[x])), channel(qGreen(row[x])), channel(qBlue(row[x])));
+        }
+    }
+    return result;
+}
+
 // What a viewport shows with its top at document row top: a read-only view, so long scrolls copy nothing.
 inline QImage frameAt(const QImage &document, int top, int frameHeight)
 {
