@@ -237,4 +237,24 @@ inline ScrollTally scrollThrough(const QImage &document, int frameHeight, qint64
     return tally;
 }
 
+struct StepRun {
+    std::vector<AppendResult::Kind> kinds; // one for each frame handed in
+    bool exact = false; // the page is the document from its top to the bottom of the lowest frame
+};
+
+// A capture whose first frame shows the document's top and whose later frames
+// show it from the given rows down, in order.
+inline StepRun scrollInSteps(const QImage &document, int frameHeight, const std::vector<int> &tops)
+{
+    StepRun run;
+    const auto stitcher = ScrollStitcher::create(frameAt(document, 0, frameHeight), 24000);
+    if (!stitcher)
+        return run;
+    for (const int top : tops)
+        run.kinds.push_back(stitcher->append(frameAt(document, top, frameHeight)).kind);
+    const int lowest = tops.empty() ? 0 : *std::max_element(tops.begin(), tops.end());
+    run.exact = samePixels(stitcher->compose(), frameAt(document, 0, lowest + frameHeight));
+    return run;
+}
+
 } // namespace pixmora::synthetic

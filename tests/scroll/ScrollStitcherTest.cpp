@@ -1,6 +1,7 @@
 #include "image/ImageMemory.h"
 
 #include "ScrollScenario.h"
+#include "TerminalDocument.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -172,6 +173,61 @@ TEST(ScrollStitcher, AddsTheRowsAMovedFrameBringsIntoView)
         EXPECT_EQ(result.rows, rows);
         QImage page = document.copy(0, 0, document.width(), height + rows);
         QPainter(&page).drawImage(0, height, moved.copy(0, height, moved.width(), rows));
+        EXPECT_TRUE(samePixels(stitcher->compose(), page));
+    }
+}
+
+// Terminal output scrolled by wheel notches of five lines, once held still and
+// once scrolled back a notch, then by random shifts: lines that look alike
+// (number columns, numbered lines, time-stamped logs) align like prose and code.
+TEST(ScrollStitcher, TerminalTextComposesToItsText)
+{
+    std::mt19937 random(31);
+    std::vector<int> tops;
+    std::vector<Kind> expected;
+    for (int notch = 1; notch <= 12; ++notch) {
+        tops.push_back(notch * kWheelNotch);
+        expected.push_back(Kind::appended);
+        if (notch == 4 || notch == 8) {
+            tops.push_back((notch == 4 ? notch : notch - 1) * kWheelNotch);
+            expected.push_back(notch == 4 ? Kind::noMovement : Kind::noMatch);
+        }
+    }
+    for (TerminalText text : kTerminalTexts) {
+        SCOPED_TRACE(terminalTextName(text));
+        const QImage document = renderTerminal(terminalLines(text, 200, random));
+        const StepRun notches = scrollInSteps(document, kTerminalFrameHeight, tops);
+        EXPECT_EQ(notches.kinds, expected);
+        EXPECT_TRUE(notches.exact);
+
+        std::vector<std::string> faults;
+        const ScrollTally shifts = scrollThrough(document, kTerminalFrameHeight, 24000, random, faults);
+        EXPECT_THAT(faults, testing::IsEmpty());
+        EXPECT_EQ(shifts.casesAllAccepted, 1) << shifts.summary();
+    }
+}
+
+// Text that re-renders a gray level darker in every other frame has no row
+// equal to the frame before: the tolerant search still aligns it.
+TEST(ScrollStitcher, TextThatReRendersSlightlyIsAlignedByTheTolerantSearch)
+{
+    std::mt19937 random(37);
+    for (TerminalText text : {TerminalText::prose, TerminalText::code}) {
+        SCOPED_TRACE(terminalTextName(text));
+        const QImage document = renderTerminal(terminalLines(text, 40 + 12 * 5, random));
+        const QImage darker = brightened(document, -1);
+        const auto stitcher = ScrollStitcher::create(frameAt(document, 0, kTerminalFrameHeight), 24000);
+        ASSERT_NE(stitcher, nullptr);
+        QImage page = document.copy();
+        for (int notch = 1; notch <= 12; ++notch) {
+            const QImage &source = notch % 2 == 1 ? darker : document;
+            const int top = notch * kWheelNotch;
+            const AppendResult result = stitcher->append(frameAt(source, top, kTerminalFrameHeight));
+            EXPECT_EQ(result.kind, Kind::appended) << "notch " << notch;
+            EXPECT_EQ(result.rows, kWheelNotch) << "notch " << notch;
+            const int stripTop = top + kTerminalFrameHeight - kWheelNotch;
+            QPainter(&page).drawImage(0, stripTop, source.copy(0, stripTop, source.width(), kWheelNotch));
+        }
         EXPECT_TRUE(samePixels(stitcher->compose(), page));
     }
 }
