@@ -143,9 +143,10 @@ std::unique_ptr<ScrollStitcher> ScrollStitcher::create(const QImage &firstFrame,
     const QImage frame = toStitchFormat(firstFrame);
     const qint64 columns = std::min<qint64>(frame.width(), kMaxColumns);
     std::vector<std::uint32_t> key = rowKey(frame.width());
-    std::optional<Digest> firstDigest = digest(frame, columns, key);
+    std::optional<Digest> firstDigest = hashRows(frame, key);
     if (!firstDigest)
         return nullptr;
+    sign(frame, columns, *firstDigest, nullptr, 0);
     return std::unique_ptr<ScrollStitcher>(
         new ScrollStitcher(frame, maxTotalHeight, columns, std::move(key), std::move(*firstDigest)));
 }
@@ -163,11 +164,27 @@ ScrollStitcher::ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, 
 {
 }
 
-std::optional<ScrollStitcher::Digest> ScrollStitcher::digest(const QImage &frame, qint64 columns,
-                                                             const std::vector<std::uint32_t> &rowKey)
+std::optional<ScrollStitcher::Digest> ScrollStitcher::hashRows(const QImage &frame,
+                                                               const std::vector<std::uint32_t> &rowKey)
 {
     if (frame.isNull())
         return std::nullopt;
+    const std::size_t height = std::size_t(frame.height());
+    Digest result{RowHashes(height), std::vector<std::pair<std::uint64_t, qint64>>(height), {}};
+    for (std::size_t y = 0; y < height; ++y) {
+        const auto *pixels = reinterpret_cast<const QRgb *>(frame.constScanLine(int(y)));
+        result.rowHashes[y] = rowHash(pixels, rowKey.data(), frame.width());
+        result.rowsByHash[y] = {result.rowHashes[y], qint64(y)};
+    }
+    std::sort(result.rowsByHash.begin(), result.rowsByHash.end());
+    return result;
+}
+
+// Most rows of an accepted frame are rows of the reference, and an equal row
+// has an equal signature: those are copied (from shift rows further down in
+// the reference) and only the others are read again.
+void ScrollStitcher::sign(const QImage &frame, qint64 columns, Digest &next, const Digest *reference, qint64 shift)
+{
     const qint64 width = frame.width();
     const qint64 height = frame.height();
 
@@ -178,22 +195,20 @@ std::optional<ScrollStitcher::Digest> ScrollStitcher::digest(const QImage &frame
         bandEnd[c] = std::max(bandStart[c] + 1, (c + 1) * width / columns);
     }
 
-    Digest result{Signature(std::size_t(height * kStride), 0), RowHashes(std::size_t(height)), {}};
+    next.signature.assign(std::size_t(height * kStride), 0);
     std::vector<std::uint8_t> gray(static_cast<std::size_t>(width));
     for (qint64 y = 0; y < height; ++y) {
-        // Both readings of a row while it is still in the cache.
-        const auto *pixels = reinterpret_cast<const QRgb *>(frame.constScanLine(int(y)));
-        result.rowHashes[std::size_t(y)] = rowHash(pixels, rowKey.data(), width);
-        grayRow(pixels, width, gray.data());
-        std::uint8_t *out = result.signature.data() + y * kStride;
+        std::uint8_t *out = next.signature.data() + y * kStride;
+        const qint64 source = y + shift;
+        if (reference && source >= 0 && source < height
+            && next.rowHashes[std::size_t(y)] == reference->rowHashes[std::size_t(source)]) {
+            std::memcpy(out, reference->signature.data() + source * kStride, kStride);
+            continue;
+        }
+        grayRow(reinterpret_cast<const QRgb *>(frame.constScanLine(int(y))), width, gray.data());
         for (qint64 c = 0; c < columns; ++c)
             out[c] = std::uint8_t(graySum(gray.data(), bandStart[c], bandEnd[c]) / unsigned(bandEnd[c] - bandStart[c]));
     }
-    result.rowsByHash.resize(std::size_t(height));
-    for (qint64 y = 0; y < height; ++y)
-        result.rowsByHash[std::size_t(y)] = {result.rowHashes[std::size_t(y)], y};
-    std::sort(result.rowsByHash.begin(), result.rowsByHash.end());
-    return result;
 }
 
 // Captures of content that has not changed are pixel-identical, so rows are
@@ -314,7 +329,7 @@ AppendResult ScrollStitcher::append(const QImage &input)
     if (input.width() != m_frameWidth || input.height() != m_frameHeight)
         return {Kind::noMatch};
     const QImage frame = toStitchFormat(input);
-    std::optional<Digest> next = digest(frame, m_columns, m_rowKey);
+    std::optional<Digest> next = hashRows(frame, m_rowKey);
     if (!next)
         return {Kind::noMatch};
 
@@ -326,10 +341,12 @@ AppendResult ScrollStitcher::append(const QImage &input)
             return {Kind::noMovement};
         if (*exact < 0 || *exact > maxShift)
             return {Kind::noMatch};
+        sign(frame, m_columns, *next, &m_last, *exact);
         return accept(frame, std::move(*next), *exact);
     }
 
     // Content that re-renders slightly between frames: the tolerant search.
+    sign(frame, m_columns, *next, &m_last, 0);
     const double stillness = stillnessRatio(next->signature);
     if (stillness >= kStillRatio)
         return {Kind::noMovement};

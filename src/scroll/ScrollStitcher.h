@@ -40,9 +40,9 @@ private:
     // unequal rows practically never do.
     using RowHashes = std::vector<std::uint64_t>;
     struct Digest {
-        Signature signature;
         RowHashes rowHashes;
         std::vector<std::pair<std::uint64_t, qint64>> rowsByHash; // (hash, row), sorted
+        Signature signature; // made only for a frame that is accepted or searched tolerantly
     };
     struct Alignment {
         qint64 shift;
@@ -52,7 +52,8 @@ private:
     ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, qint64 columns, std::vector<std::uint32_t> rowKey,
                    Digest firstDigest);
 
-    static std::optional<Digest> digest(const QImage &frame, qint64 columns, const std::vector<std::uint32_t> &rowKey);
+    static std::optional<Digest> hashRows(const QImage &frame, const std::vector<std::uint32_t> &rowKey);
+    static void sign(const QImage &frame, qint64 columns, Digest &next, const Digest *reference, qint64 shift);
     std::optional<qint64> exactShift(const Digest &next) const;
     int matchTolerance() const;
     double stillnessRatio(const Signature &next) const;
