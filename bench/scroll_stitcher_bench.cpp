@@ -5,15 +5,19 @@
 // twice: with the default image allocator (plain QImages on the heap) and, as
 // onHugePages, with the one the X11 platform installs. The reusingMemory runs
 // repeat append and compose with memory the heap has handed out before, which
-// separates their own work from the cost of first-touching pages.
+// separates their own work from the cost of first-touching pages. The quality
+// runs count how frames of synthetic documents and of terminal text are aligned.
 
 #include "image/ImageMemory.h"
 #include "platform/x11/HugePageImages.h"
 #include "scroll/ScrollStitcher.h"
 
 #include "../tests/scroll/ScrollScenario.h"
+#include "../tests/scroll/TerminalDocument.h"
 
 #include <benchmark/benchmark.h>
+
+#include <QGuiApplication>
 
 #include <malloc.h>
 
@@ -29,6 +33,7 @@ namespace {
 using namespace pixmora;
 using Kind = AppendResult::Kind;
 using synthetic::DocumentStyle;
+using synthetic::TerminalText;
 
 constexpr qint64 kCaptureLimit = 24000;
 
@@ -280,6 +285,40 @@ BENCHMARK_CAPTURE(quality, varied, DocumentStyle::varied)->Unit(benchmark::kMill
 BENCHMARK_CAPTURE(quality, blank_stretches, DocumentStyle::blankStretches)->Unit(benchmark::kMillisecond)->Iterations(1);
 BENCHMARK_CAPTURE(quality, stripes, DocumentStyle::stripes)->Unit(benchmark::kMillisecond)->Iterations(1);
 
+// Terminal output at the size of a real xterm (720 x 800, 20-pixel lines):
+// twelve frames scrolled a wheel notch (5 lines) each, then captures at random
+// shifts. Reports what became of the notched frames and whether the page is
+// exact, and how many randomly shifted frames were accepted, refused or misread.
+void terminalQuality(benchmark::State &state, TerminalText text)
+{
+    std::mt19937 random(29);
+    const QImage document = synthetic::renderTerminal(synthetic::terminalLines(text, 400, random));
+    std::vector<int> tops;
+    for (int notch = 1; notch <= 12; ++notch)
+        tops.push_back(notch * synthetic::kWheelNotch);
+    synthetic::StepRun notches;
+    synthetic::ScrollTally shifts;
+    std::vector<std::string> faults;
+    for (auto _ : state) {
+        notches = synthetic::scrollInSteps(document, synthetic::kTerminalFrameHeight, tops);
+        for (int run = 0; run < 4; ++run)
+            shifts.add(synthetic::scrollThrough(document, synthetic::kTerminalFrameHeight, kCaptureLimit, random, faults));
+    }
+    for (const auto &[name, kind] : {std::pair{"appended", Kind::appended}, {"noMovement", Kind::noMovement}, {"noMatch", Kind::noMatch}})
+        state.counters[name] = double(std::count(notches.kinds.begin(), notches.kinds.end(), kind));
+    state.counters["exact"] = notches.exact;
+    state.counters["shifted"] = shifts.frames;
+    state.counters["shifted_accepted"] = shifts.framesAccepted;
+    state.counters["shifted_refused"] = shifts.framesRefused;
+    state.counters["shifted_misread"] = shifts.framesMisaligned;
+    state.counters["faults"] = double(faults.size());
+}
+BENCHMARK_CAPTURE(terminalQuality, numbers, TerminalText::numbers)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(terminalQuality, numbered_lines, TerminalText::numberedLines)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(terminalQuality, service_log, TerminalText::serviceLog)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(terminalQuality, prose, TerminalText::prose)->Unit(benchmark::kMillisecond)->Iterations(1);
+BENCHMARK_CAPTURE(terminalQuality, code, TerminalText::code)->Unit(benchmark::kMillisecond)->Iterations(1);
+
 // The same work once the allocator hands out memory that earlier work freed:
 // what remains is the copying, not the first touch of new pages, which some
 // virtual machines make very slow (12 us and more per 4 KiB page).
@@ -296,4 +335,16 @@ BENCHMARK_CAPTURE(reusingMemory, compose_1600x24000, compose1600x24000)->Unit(be
 
 } // namespace
 
-BENCHMARK_MAIN();
+// Terminal documents are rendered with Qt's fonts, which need a GUI application.
+int main(int argc, char **argv)
+{
+    if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QGuiApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv))
+        return 1;
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <random>
 
 namespace pixmora {
 
@@ -23,6 +24,7 @@ constexpr qint64 kMinOverlapPercent = 12;
 constexpr qint64 kMinOverlapRows = 48;
 constexpr qint64 kCoarseRowStep = 8;
 constexpr qint64 kFineRadius = 8;
+constexpr qint64 kMinExactVotes = 8;
 
 constexpr qint64 kStride = 64;
 static_assert(kMaxColumns <= kStride);
@@ -70,6 +72,38 @@ unsigned graySum(const std::uint8_t *gray, qint64 begin, qint64 end)
     return sum;
 }
 
+// Random words, one per pixel of a row and one more for the partner of an odd last pixel.
+std::vector<std::uint32_t> rowKey(qint64 width)
+{
+    std::mt19937 random(0x5eed);
+    std::vector<std::uint32_t> key(std::size_t(width + 1));
+    std::generate(key.begin(), key.end(), [&] { return std::uint32_t(random()); });
+    return key;
+}
+
+// NH hash of a row (as in UMAC): pixels in pairs, each pixel offset by its own
+// key word, the pair multiplied into 64 bits, all products summed. Two unequal
+// rows collide with a chance of about 2^-32, and 32 x 32 -> 64-bit products
+// are what SSE2 multiplies, so the blocks below vectorise. Blocks of 8 keep
+// the sums in registers; 16 spilled them and took twice as long.
+std::uint64_t rowHash(const std::uint32_t *__restrict pixels, const std::uint32_t *__restrict key, qint64 width)
+{
+    constexpr qint64 block = 8;
+    constexpr qint64 half = block / 2;
+    std::uint64_t lanes[half] = {};
+    qint64 x = 0;
+    for (; x + block <= width; x += block) {
+        for (qint64 i = 0; i < half; ++i)
+            lanes[i] += std::uint64_t(pixels[x + i] + key[x + i]) * (pixels[x + half + i] + key[x + half + i]);
+    }
+    std::uint64_t sum = 0;
+    for (const std::uint64_t lane : lanes)
+        sum += lane;
+    for (; x < width; x += 2)
+        sum += std::uint64_t(pixels[x] + key[x]) * ((x + 1 < width ? pixels[x + 1] : 0) + key[x + 1]);
+    return sum;
+}
+
 inline bool rowsMatch(const std::uint8_t *a, const std::uint8_t *b, int tolerance)
 {
     int distance = 0;
@@ -108,29 +142,49 @@ std::unique_ptr<ScrollStitcher> ScrollStitcher::create(const QImage &firstFrame,
         return nullptr;
     const QImage frame = toStitchFormat(firstFrame);
     const qint64 columns = std::min<qint64>(frame.width(), kMaxColumns);
-    std::optional<Signature> firstSignature = signature(frame, columns);
-    if (!firstSignature)
+    std::vector<std::uint32_t> key = rowKey(frame.width());
+    std::optional<Digest> firstDigest = hashRows(frame, key);
+    if (!firstDigest)
         return nullptr;
+    sign(frame, columns, *firstDigest, nullptr, 0);
     return std::unique_ptr<ScrollStitcher>(
-        new ScrollStitcher(frame, maxTotalHeight, columns, std::move(*firstSignature)));
+        new ScrollStitcher(frame, maxTotalHeight, columns, std::move(key), std::move(*firstDigest)));
 }
 
 ScrollStitcher::ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, qint64 columns,
-                               Signature firstSignature)
+                               std::vector<std::uint32_t> rowKey, Digest firstDigest)
     : m_frameWidth(firstFrame.width())
     , m_frameHeight(firstFrame.height())
     , m_maxTotalHeight(std::max<qint64>(firstFrame.height(), maxTotalHeight))
     , m_columns(columns)
+    , m_rowKey(std::move(rowKey))
     , m_slices{firstFrame}
     , m_totalHeight(firstFrame.height())
-    , m_lastSignature(std::move(firstSignature))
+    , m_last(std::move(firstDigest))
 {
 }
 
-std::optional<ScrollStitcher::Signature> ScrollStitcher::signature(const QImage &frame, qint64 columns)
+std::optional<ScrollStitcher::Digest> ScrollStitcher::hashRows(const QImage &frame,
+                                                               const std::vector<std::uint32_t> &rowKey)
 {
     if (frame.isNull())
         return std::nullopt;
+    const std::size_t height = std::size_t(frame.height());
+    Digest result{RowHashes(height), std::vector<std::pair<std::uint64_t, qint64>>(height), {}};
+    for (std::size_t y = 0; y < height; ++y) {
+        const auto *pixels = reinterpret_cast<const QRgb *>(frame.constScanLine(int(y)));
+        result.rowHashes[y] = rowHash(pixels, rowKey.data(), frame.width());
+        result.rowsByHash[y] = {result.rowHashes[y], qint64(y)};
+    }
+    std::sort(result.rowsByHash.begin(), result.rowsByHash.end());
+    return result;
+}
+
+// Most rows of an accepted frame are rows of the reference, and an equal row
+// has an equal signature: those are copied (from shift rows further down in
+// the reference) and only the others are read again.
+void ScrollStitcher::sign(const QImage &frame, qint64 columns, Digest &next, const Digest *reference, qint64 shift)
+{
     const qint64 width = frame.width();
     const qint64 height = frame.height();
 
@@ -141,15 +195,74 @@ std::optional<ScrollStitcher::Signature> ScrollStitcher::signature(const QImage 
         bandEnd[c] = std::max(bandStart[c] + 1, (c + 1) * width / columns);
     }
 
-    Signature result(std::size_t(height * kStride), 0);
+    next.signature.assign(std::size_t(height * kStride), 0);
     std::vector<std::uint8_t> gray(static_cast<std::size_t>(width));
     for (qint64 y = 0; y < height; ++y) {
+        std::uint8_t *out = next.signature.data() + y * kStride;
+        const qint64 source = y + shift;
+        if (reference && source >= 0 && source < height
+            && next.rowHashes[std::size_t(y)] == reference->rowHashes[std::size_t(source)]) {
+            std::memcpy(out, reference->signature.data() + source * kStride, kStride);
+            continue;
+        }
         grayRow(reinterpret_cast<const QRgb *>(frame.constScanLine(int(y))), width, gray.data());
-        std::uint8_t *out = result.data() + y * kStride;
         for (qint64 c = 0; c < columns; ++c)
             out[c] = std::uint8_t(graySum(gray.data(), bandStart[c], bandEnd[c]) / unsigned(bandEnd[c] - bandStart[c]));
     }
-    return result;
+}
+
+// Captures of content that has not changed are pixel-identical, so rows are
+// first compared exactly, by their hashes. Only distinct rows count, those that
+// occur once in the new frame: blank rows, stripes and repeated lines fit many
+// shifts. A distinct row that also occurs once in the reference votes for the
+// shift between its two places. The shift with the most votes (ties to the
+// smaller) is convincing when it has kMinExactVotes or more and kMinMatchScore
+// or more of the distinct rows in its overlap equal the reference. Nothing
+// when it is not; the shift found may be 0, negative (scrolled back) or beyond
+// the search range.
+std::optional<qint64> ScrollStitcher::exactShift(const Digest &next) const
+{
+    const qint64 height = m_frameHeight;
+    using Rows = std::vector<std::pair<std::uint64_t, qint64>>;
+    const auto runEnd = [](Rows::const_iterator row, Rows::const_iterator end, std::uint64_t hash) {
+        return std::find_if(row, end, [&](const auto &other) { return other.first != hash; });
+    };
+    const Rows &reference = m_last.rowsByHash;
+    const Rows &incoming = next.rowsByHash;
+
+    std::vector<bool> distinct(std::size_t(height), false);
+    for (auto n = incoming.begin(); n != incoming.end();) {
+        const auto end = runEnd(n, incoming.end(), n->first);
+        distinct[std::size_t(n->second)] = end - n == 1;
+        n = end;
+    }
+    // votes[height - 1 + s]: rows of the new frame found s rows further down in the reference.
+    std::vector<qint64> votes(std::size_t(2 * height - 1), 0);
+    for (auto r = reference.begin(), n = incoming.begin(); r != reference.end() && n != incoming.end();) {
+        const std::uint64_t hash = std::min(r->first, n->first);
+        const auto rEnd = runEnd(r, reference.end(), hash);
+        const auto nEnd = runEnd(n, incoming.end(), hash);
+        if (rEnd - r == 1 && nEnd - n == 1)
+            ++votes[std::size_t(height - 1 + r->second - n->second)];
+        r = rEnd;
+        n = nEnd;
+    }
+
+    const auto leader = std::max_element(votes.begin(), votes.end());
+    if (*leader < kMinExactVotes)
+        return std::nullopt;
+    const qint64 shift = qint64(leader - votes.begin()) - (height - 1);
+    qint64 distinctRows = 0;
+    qint64 equal = 0;
+    for (qint64 y = std::max<qint64>(0, -shift), end = std::min(height, height - shift); y < end; ++y) {
+        if (distinct[std::size_t(y)]) {
+            ++distinctRows;
+            equal += next.rowHashes[std::size_t(y)] == m_last.rowHashes[std::size_t(y + shift)];
+        }
+    }
+    if (double(equal) >= kMinMatchScore * double(distinctRows))
+        return shift;
+    return std::nullopt;
 }
 
 int ScrollStitcher::matchTolerance() const
@@ -159,7 +272,7 @@ int ScrollStitcher::matchTolerance() const
 
 double ScrollStitcher::stillnessRatio(const Signature &next) const
 {
-    const qint64 matched = countMatchingRows(next.data(), m_lastSignature.data(), m_frameHeight, matchTolerance());
+    const qint64 matched = countMatchingRows(next.data(), m_last.signature.data(), m_frameHeight, matchTolerance());
     return double(matched) / double(m_frameHeight);
 }
 
@@ -173,7 +286,7 @@ qint64 ScrollStitcher::coarseShift(const Signature &next, qint64 maxShift) const
     std::vector<qint64> matched(std::size_t(maxShift + 1), 0);
     for (qint64 y = 0; y < height - 1; y += kCoarseRowStep) {
         const std::uint8_t *newRow = next.data() + y * kStride;
-        const std::uint8_t *reference = m_lastSignature.data() + (y + 1) * kStride;
+        const std::uint8_t *reference = m_last.signature.data() + (y + 1) * kStride;
         const qint64 lastShift = std::min(maxShift, height - 1 - y);
         for (qint64 shift = 1; shift <= lastShift; ++shift, reference += kStride)
             matched[shift] += rowsMatch(newRow, reference, tolerance);
@@ -199,7 +312,7 @@ ScrollStitcher::Alignment ScrollStitcher::fineShift(const Signature &next, qint6
     const qint64 last = std::min(coarse + kFineRadius, maxShift);
     for (qint64 shift = std::max(coarse, kFineRadius + 1) - kFineRadius; shift <= last; ++shift) {
         const qint64 overlap = height - shift;
-        const qint64 matched = countMatchingRows(next.data(), m_lastSignature.data() + shift * kStride, overlap,
+        const qint64 matched = countMatchingRows(next.data(), m_last.signature.data() + shift * kStride, overlap,
                                                  matchTolerance());
         const double score = double(matched) / double(overlap);
         if (score > best.score)
@@ -216,31 +329,45 @@ AppendResult ScrollStitcher::append(const QImage &input)
     if (input.width() != m_frameWidth || input.height() != m_frameHeight)
         return {Kind::noMatch};
     const QImage frame = toStitchFormat(input);
-    std::optional<Signature> next = signature(frame, m_columns);
+    std::optional<Digest> next = hashRows(frame, m_rowKey);
     if (!next)
         return {Kind::noMatch};
-
-    const double stillness = stillnessRatio(*next);
-    if (stillness >= kStillRatio)
-        return {Kind::noMovement};
 
     const qint64 height = m_frameHeight;
     const qint64 minOverlap = std::max(height * kMinOverlapPercent / 100, kMinOverlapRows);
     const qint64 maxShift = height - minOverlap;
-    const Alignment best = fineShift(*next, coarseShift(*next, maxShift), maxShift);
+    if (const std::optional<qint64> exact = exactShift(*next)) {
+        if (*exact == 0)
+            return {Kind::noMovement};
+        if (*exact < 0 || *exact > maxShift)
+            return {Kind::noMatch};
+        sign(frame, m_columns, *next, &m_last, *exact);
+        return accept(frame, std::move(*next), *exact);
+    }
 
+    // Content that re-renders slightly between frames: the tolerant search.
+    sign(frame, m_columns, *next, &m_last, 0);
+    const double stillness = stillnessRatio(next->signature);
+    if (stillness >= kStillRatio)
+        return {Kind::noMovement};
+    const Alignment best = fineShift(next->signature, coarseShift(next->signature, maxShift), maxShift);
     if (best.score < kMinMatchScore || !(stillness + kMinGainOverStillness < best.score))
         return {stillness >= kMinMatchScore ? Kind::noMovement : Kind::noMatch};
+    return accept(frame, std::move(*next), best.shift);
+}
 
-    const qint64 rows = std::min(m_maxTotalHeight - m_totalHeight, best.shift);
+AppendResult ScrollStitcher::accept(const QImage &frame, Digest next, qint64 shift)
+{
+    using Kind = AppendResult::Kind;
+    const qint64 rows = std::min(m_maxTotalHeight - m_totalHeight, shift);
     // A deep copy of the new rows: holding a view would keep the whole frame alive.
-    QImage strip = copyOfRows(frame, int(height - best.shift), int(rows));
+    QImage strip = copyOfRows(frame, int(m_frameHeight - shift), int(rows));
     if (strip.isNull())
         return {Kind::noMatch};
 
     m_slices.push_back(std::move(strip));
     m_totalHeight += rows;
-    m_lastSignature = std::move(*next);
+    m_last = std::move(next);
     if (m_totalHeight >= m_maxTotalHeight)
         return {Kind::limitReached};
     return {Kind::appended, rows};

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace pixmora {
@@ -17,8 +18,9 @@ struct AppendResult {
 };
 
 // Stacks the frames of a scrolling capture into one tall image: every frame is
-// aligned with the last accepted one by a per-row gray signature, and only the
-// rows that have newly come into view at the bottom are kept.
+// aligned with the last accepted one, first by rows that are exactly equal,
+// failing that by a tolerant per-row gray signature, and only the rows that
+// have newly come into view at the bottom are kept.
 class ScrollStitcher {
 public:
     // Nothing when the frame is under 120 x 8 pixels or its signature cannot be made.
@@ -34,27 +36,40 @@ private:
     // Band means of every row, each row padded with zeros to 64 bytes so that
     // comparing two rows is one fixed-length loop the compiler can vectorise.
     using Signature = std::vector<std::uint8_t>;
+    // One hash of every full-resolution row: equal rows hash alike, and two
+    // unequal rows practically never do.
+    using RowHashes = std::vector<std::uint64_t>;
+    struct Digest {
+        RowHashes rowHashes;
+        std::vector<std::pair<std::uint64_t, qint64>> rowsByHash; // (hash, row), sorted
+        Signature signature; // made only for a frame that is accepted or searched tolerantly
+    };
     struct Alignment {
         qint64 shift;
         double score;
     };
 
-    ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, qint64 columns, Signature firstSignature);
+    ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, qint64 columns, std::vector<std::uint32_t> rowKey,
+                   Digest firstDigest);
 
-    static std::optional<Signature> signature(const QImage &frame, qint64 columns);
+    static std::optional<Digest> hashRows(const QImage &frame, const std::vector<std::uint32_t> &rowKey);
+    static void sign(const QImage &frame, qint64 columns, Digest &next, const Digest *reference, qint64 shift);
+    std::optional<qint64> exactShift(const Digest &next) const;
     int matchTolerance() const;
     double stillnessRatio(const Signature &next) const;
     qint64 coarseShift(const Signature &next, qint64 maxShift) const;
     Alignment fineShift(const Signature &next, qint64 coarse, qint64 maxShift) const;
+    AppendResult accept(const QImage &frame, Digest next, qint64 shift);
 
     const qint64 m_frameWidth;
     const qint64 m_frameHeight;
     const qint64 m_maxTotalHeight;
     const qint64 m_columns;
+    const std::vector<std::uint32_t> m_rowKey; // one random word per pixel of a row, for the row hash
     // Strips are deep copies of their rows, so no frame outlives its append().
     std::vector<QImage> m_slices;
     qint64 m_totalHeight;
-    Signature m_lastSignature;
+    Digest m_last; // of the frame the last slice was cut from
 };
 
 } // namespace pixmora

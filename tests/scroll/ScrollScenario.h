@@ -88,6 +88,20 @@ inline QImage makeNoise(int width, int height, std::mt19937 &random, int darkest
     return image;
 }
 
+// Every channel of every pixel moved by levels (clipped), as when content re-renders a little lighter or darker.
+inline QImage brightened(const QImage &image, int levels)
+{
+    QImage result = image.convertToFormat(QImage::Format_RGB32);
+    for (int y = 0; y < result.height(); ++y) {
+        auto *row = reinterpret_cast<QRgb *>(result.scanLine(y));
+        for (int x = 0; x < result.width(); ++x) {
+            const auto channel = [&](int value) { return std::clamp(value + levels, 0, 255); };
+            row[x] = qRgb(channel(qRed(row[x])), channel(qGreen(row[x])), channel(qBlue(row[x])));
+        }
+    }
+    return result;
+}
+
 // What a viewport shows with its top at document row top: a read-only view, so long scrolls copy nothing.
 inline QImage frameAt(const QImage &document, int top, int frameHeight)
 {
@@ -221,6 +235,26 @@ inline ScrollTally scrollThrough(const QImage &document, int frameHeight, qint64
     check(samePixels(stitcher->compose(), frameAt(document, 0, height)), "the page is not the document's top rows");
     (tally.framesRefused > 0 ? tally.casesWithRefusals : tally.casesAllAccepted) = 1;
     return tally;
+}
+
+struct StepRun {
+    std::vector<AppendResult::Kind> kinds; // one for each frame handed in
+    bool exact = false; // the page is the document from its top to the bottom of the lowest frame
+};
+
+// A capture whose first frame shows the document's top and whose later frames
+// show it from the given rows down, in order.
+inline StepRun scrollInSteps(const QImage &document, int frameHeight, const std::vector<int> &tops)
+{
+    StepRun run;
+    const auto stitcher = ScrollStitcher::create(frameAt(document, 0, frameHeight), 24000);
+    if (!stitcher)
+        return run;
+    for (const int top : tops)
+        run.kinds.push_back(stitcher->append(frameAt(document, top, frameHeight)).kind);
+    const int lowest = tops.empty() ? 0 : *std::max_element(tops.begin(), tops.end());
+    run.exact = samePixels(stitcher->compose(), frameAt(document, 0, lowest + frameHeight));
+    return run;
 }
 
 } // namespace pixmora::synthetic

@@ -1,6 +1,7 @@
 #include "image/ImageMemory.h"
 
 #include "ScrollScenario.h"
+#include "TerminalDocument.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,6 +12,14 @@
 #include <iostream>
 
 namespace pixmora {
+
+// Names in failure messages rather than bytes.
+static void PrintTo(AppendResult::Kind kind, std::ostream *out)
+{
+    constexpr const char *names[] = {"appended", "noMovement", "noMatch", "limitReached"};
+    *out << names[int(kind)];
+}
+
 namespace {
 
 using namespace synthetic;
@@ -114,7 +123,7 @@ TEST(ScrollStitcher, OneCaptureMeetsEveryKindOfResultAndRunsOutOfMemoryOnce)
 TEST(ScrollStitcher, AddsTheRowsAMovedFrameBringsIntoView)
 {
     struct Case {
-        QImage document;
+        QImage document, moved; // the moved frame is cut from moved
         int height, shift, rows;
         Kind kind;
     };
@@ -123,31 +132,104 @@ TEST(ScrollStitcher, AddsTheRowsAMovedFrameBringsIntoView)
     for (const auto &[width, height, largest] : {std::tuple{8, 120, 72}, {333, 257, 209}, {1000, 1000, 880}}) {
         const QImage document = makeNoise(width, 2 * height, random);
         for (int shift : {1, largest})
-            cases.push_back({document, height, shift, shift, Kind::appended});
-        cases.push_back({document, height, largest + 1, 0, Kind::noMatch});
+            cases.push_back({document, document, height, shift, shift, Kind::appended});
+        cases.push_back({document, document, height, largest + 1, 0, Kind::noMatch});
     }
-    // On white, (200 - 2 x block) / 200 of the rows look unmoved: a move must match 15% more than that.
+    // On white, (200 - 2 x block) / 200 of the rows look unmoved. Where the
+    // block has re-rendered a level lighter, no row is exactly equal and a move
+    // must match 15% more than that; rows that are exactly equal show any move.
     for (int blockRows : {16, 15}) {
         QImage page(300, 400, QImage::Format_RGB32);
         page.fill(Qt::white);
-        QPainter(&page).drawImage(0, 100, makeNoise(300, blockRows, random));
-        cases.push_back({page, 200, 40, blockRows == 16 ? 40 : 0, blockRows == 16 ? Kind::appended : Kind::noMovement});
+        const QImage block = makeNoise(300, blockRows, random, 0, 254);
+        QPainter(&page).drawImage(0, 100, block);
+        QImage rerendered = page.copy();
+        QPainter(&rerendered).drawImage(0, 100, brightened(block, 1));
+        cases.push_back({page, page, 200, 40, 40, Kind::appended});
+        cases.push_back({page, rerendered, 200, 40, blockRows == 16 ? 40 : 0, blockRows == 16 ? Kind::appended : Kind::noMovement});
     }
-    // The sampled search sees every eighth row only, here all alike: it settles on 8, the full one on 16.
+    // Two equal 4-row marks on white, 60 rows apart: moved by 150, the frame shows the second
+    // 90 rows above where the first stood. So few equal rows prove no move: nothing is added.
+    QImage marks(300, 400, QImage::Format_RGB32);
+    marks.fill(Qt::white);
+    const QImage mark = makeNoise(300, 4, random);
+    QPainter(&marks).drawImage(0, 140, mark);
+    QPainter(&marks).drawImage(0, 200, mark);
+    cases.push_back({marks, marks, 200, 150, 0, Kind::noMovement});
+    // Re-rendered a level lighter, so that only the tolerant search can align it, which samples
+    // every eighth row, here all alike: the sampled pass settles on 8, the full one on 16.
     QImage sampledAlike = makeNoise(200, 400, random);
     for (int y = 8; y < sampledAlike.height(); y += 8)
         std::memcpy(sampledAlike.scanLine(y), sampledAlike.constScanLine(0), std::size_t(sampledAlike.bytesPerLine()));
-    cases.push_back({sampledAlike, 200, 16, 16, Kind::appended});
+    cases.push_back({sampledAlike, brightened(sampledAlike, 1), 200, 16, 16, Kind::appended});
 
     for (std::size_t index = 0; index < cases.size(); ++index) {
-        const auto &[document, height, shift, rows, kind] = cases[index];
+        const auto &[document, moved, height, shift, rows, kind] = cases[index];
         SCOPED_TRACE(testing::Message() << "case " << index << ": " << document.width() << "x" << height << " moved by " << shift);
         const auto stitcher = ScrollStitcher::create(frameAt(document, 0, height), 24000);
         ASSERT_NE(stitcher, nullptr);
-        const AppendResult result = stitcher->append(frameAt(document, shift, height));
+        const AppendResult result = stitcher->append(frameAt(moved, shift, height));
         EXPECT_EQ(result.kind, kind);
         EXPECT_EQ(result.rows, rows);
-        EXPECT_TRUE(samePixels(stitcher->compose(), document.copy(0, 0, document.width(), height + rows)));
+        QImage page = document.copy(0, 0, document.width(), height + rows);
+        QPainter(&page).drawImage(0, height, moved.copy(0, height, moved.width(), rows));
+        EXPECT_TRUE(samePixels(stitcher->compose(), page));
+    }
+}
+
+// Terminal output scrolled by wheel notches of five lines, once held still and
+// once scrolled back a notch, then by random shifts: lines that look alike
+// (number columns, numbered lines, time-stamped logs) align like prose and code.
+TEST(ScrollStitcher, TerminalTextComposesToItsText)
+{
+    std::mt19937 random(31);
+    std::vector<int> tops;
+    std::vector<Kind> expected;
+    for (int notch = 1; notch <= 12; ++notch) {
+        tops.push_back(notch * kWheelNotch);
+        expected.push_back(Kind::appended);
+        if (notch == 4 || notch == 8) {
+            tops.push_back((notch == 4 ? notch : notch - 1) * kWheelNotch);
+            expected.push_back(notch == 4 ? Kind::noMovement : Kind::noMatch);
+        }
+    }
+    for (TerminalText text : kTerminalTexts) {
+        SCOPED_TRACE(terminalTextName(text));
+        const QImage document = renderTerminal(terminalLines(text, 200, random));
+        const StepRun notches = scrollInSteps(document, kTerminalFrameHeight, tops);
+        EXPECT_EQ(notches.kinds, expected);
+        EXPECT_TRUE(notches.exact);
+
+        std::vector<std::string> faults;
+        const ScrollTally shifts = scrollThrough(document, kTerminalFrameHeight, 24000, random, faults);
+        EXPECT_THAT(faults, testing::IsEmpty());
+        EXPECT_EQ(shifts.casesAllAccepted, 1) << shifts.summary();
+    }
+}
+
+// Text that re-renders a gray level darker in every third frame has no row
+// equal to the frames before and after it: the tolerant search aligns those,
+// against references that were aligned exactly and the other way round.
+TEST(ScrollStitcher, TextThatReRendersSlightlyIsAlignedByTheTolerantSearch)
+{
+    std::mt19937 random(37);
+    for (TerminalText text : {TerminalText::prose, TerminalText::code}) {
+        SCOPED_TRACE(terminalTextName(text));
+        const QImage document = renderTerminal(terminalLines(text, 40 + 12 * 5, random));
+        const QImage darker = brightened(document, -1);
+        const auto stitcher = ScrollStitcher::create(frameAt(document, 0, kTerminalFrameHeight), 24000);
+        ASSERT_NE(stitcher, nullptr);
+        QImage page = document.copy();
+        for (int notch = 1; notch <= 12; ++notch) {
+            const QImage &source = notch % 3 == 0 ? darker : document;
+            const int top = notch * kWheelNotch;
+            const AppendResult result = stitcher->append(frameAt(source, top, kTerminalFrameHeight));
+            EXPECT_EQ(result.kind, Kind::appended) << "notch " << notch;
+            EXPECT_EQ(result.rows, kWheelNotch) << "notch " << notch;
+            const int stripTop = top + kTerminalFrameHeight - kWheelNotch;
+            QPainter(&page).drawImage(0, stripTop, source.copy(0, stripTop, source.width(), kWheelNotch));
+        }
+        EXPECT_TRUE(samePixels(stitcher->compose(), page));
     }
 }
 
