@@ -89,10 +89,14 @@ TEST(DeliveryTest, AFailedWriteAlertsWithTheCountAndTheRestIsStillDelivered)
          {std::pair{QList<int>{2}, " 1 of 2 files were saved."}, std::pair{QList<int>{1, 2}, ""}}) {
         AppHarness h;
         const QString folder = h.makeSaveFolder();
-        const QDateTime now = QDateTime::currentDateTime();
-        for (int ms = 0; ms < 300; ++ms) {
+        // Folders stand where the names of every millisecond from now until a
+        // second after the last one is made would go, however slow this runs.
+        QDateTime moment = QDateTime::currentDateTime();
+        for (int made = 0; moment < QDateTime::currentDateTime().addMSecs(1000); ++made) {
+            ASSERT_LT(made, 100000) << "the folders cannot be made faster than time passes";
             for (int position : blocked)
-                QDir().mkpath(QDir(folder).filePath(captureFileName(captureDateText(now.addMSecs(ms)), position)));
+                QDir().mkpath(QDir(folder).filePath(captureFileName(captureDateText(moment), position)));
+            moment = moment.addMSecs(1);
         }
         h.app->deliver({{red, 1.0}, {blue, 1.0}});
         ASSERT_EQ(h.fake.dialogs.alerts.size(), 1);
