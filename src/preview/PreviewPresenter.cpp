@@ -134,7 +134,7 @@ QWidget *PreviewPresenter::createPanel(const QImage &image, double scale, const 
     layout->addWidget(new PreviewThumbView(reducedForScreen(image, size, screen.scale), std::move(onClick)));
 
     panel->winId();  // the window manager hints need the native window
-    m_desktop.makeFloatingPanel(panel);
+    m_desktop.makeFloatingPanel(panel, Desktop::PanelFocus::never);
     return panel;
 }
 

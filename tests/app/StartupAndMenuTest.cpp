@@ -24,7 +24,9 @@ TEST(StartupTest, RegistersTheShortcutsOffersLaunchAtLoginOnceAndSaysWhyAChangeF
     EXPECT_EQ(h.fake.dialogs.alerts[0].message, "Launch Pixmora at Login?");
     EXPECT_EQ(h.fake.dialogs.alerts[0].buttons, (QStringList{"Launch at Login", "Not Now"}));
     EXPECT_TRUE(h.fake.loginItem.enabled) << "the first button was answered";
-    ASSERT_EQ(h.fake.hotKeys.grabs.size(), 2u);
+    ASSERT_EQ(h.fake.hotKeys.grabs.size(), 3u);
+    EXPECT_EQ(h.fake.hotKeys.grabs[2].keyCode, HotKeyCenter::keyCode4);
+    EXPECT_EQ(h.fake.hotKeys.grabs[2].id, 4u) << "registered fourth";
     EXPECT_EQ(h.fake.hotKeys.grabs[1].keyCode, HotKeyCenter::keyCode3);
     EXPECT_EQ(h.fake.hotKeys.grabs[1].modifiers, HotKeyCenter::controlKey | HotKeyCenter::shiftKey);
     h.fake.hotKeys.press(h.fake.hotKeys.grabs[1].id);
@@ -57,8 +59,10 @@ TEST(StatusMenuTest, ChecksEnablesAndNamesTheFolderAsTheSettingsAreWhenItOpens)
     SaveLocationStore saveLocation(h.app->settings(), h.fake.bookmarks);
     StatusMenu status(h.app->settings(), saveLocation, h.fake.loginItem, {});
     const QList<QAction *> items = status.menu()->actions();
-    QAction *clipboardOnly = items[5], *alsoCopy = items[6], *openAfter = items[7], *shadow = items[8];
-    QAction *saveTo = items[10], *launchAtLogin = items[13];
+    EXPECT_EQ(items[3]->text(), "Capture Scrolling");
+    EXPECT_EQ(items[3]->shortcut(), QKeySequence("Ctrl+Shift+4"));
+    QAction *clipboardOnly = items[6], *alsoCopy = items[7], *openAfter = items[8], *shadow = items[9];
+    QAction *saveTo = items[11], *launchAtLogin = items[14];
     const auto states = [&] {
         status.menuNeedsUpdate();
         QList<bool> result;
