@@ -48,22 +48,51 @@ bool samePixels(const QImage &a, const QImage &b)
     return !x.isNull() && x.size() == y.size();
 }
 
+// The first row where two equally sized images differ, -1 when none does.
+int firstDifferentRow(const QImage &a, const QImage &b)
+{
+    const QImage x = a.convertToFormat(QImage::Format_RGB888);
+    const QImage y = b.convertToFormat(QImage::Format_RGB888);
+    for (int row = 0; row < std::min(x.height(), y.height()); ++row) {
+        if (std::memcmp(x.constScanLine(row), y.constScanLine(row), size_t(std::min(x.width(), y.width())) * 3) != 0)
+            return row;
+    }
+    return -1;
+}
+
 int dotsPerInch(const QImage &image) { return qRound(image.dotsPerMeterX() * 0.0254); }
+
+// One home folder and one desktop for all tests of this program: starting
+// a desktop costs seconds. The home goes after the desktop.
+struct SharedDesktop {
+    QTemporaryDir home;
+    VirtualDesktop desktop{[] {
+        VirtualDesktop::Options options;
+        options.monitors = VirtualDesktop::leftAndRight(options.size);
+        options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
+        return options;
+    }()};
+};
 
 // The real binary on a private desktop with a window manager and a tray host,
 // monitors LEFT at scale 2 and RIGHT at scale 1, in a home folder of its own.
 class PixmoraAppTest : public ::testing::Test {
 protected:
-    PixmoraAppTest()
+    static void SetUpTestSuite()
     {
+        shared = new SharedDesktop;
+        const QTemporaryDir &home = shared->home;
         qputenv("HOME", home.path().toLocal8Bit());
         qputenv("XDG_CONFIG_HOME", home.filePath(QStringLiteral(".config")).toLocal8Bit());
         qputenv("XDG_DATA_HOME", home.filePath(QStringLiteral(".local/share")).toLocal8Bit());
         qputenv("QT_SCREEN_SCALE_FACTORS", "LEFT=2;RIGHT=1");
         QDir().mkpath(home.filePath(QStringLiteral(".config/Pixmora")));
         // Answered already, so that the question does not sit over the screen.
-        addSetting("[General]\ndidAskLaunchAtLogin=true");
+        QFile settings(home.filePath(QStringLiteral(".config/Pixmora/Pixmora.conf")));
+        if (!settings.open(QIODevice::WriteOnly) || settings.write("[General]\ndidAskLaunchAtLogin=true\n") <= 0)
+            ADD_FAILURE() << "cannot write the settings";
     }
+    static void TearDownTestSuite() { delete std::exchange(shared, nullptr); }
 
     void addSetting(const QByteArray &line)
     {
@@ -80,6 +109,12 @@ protected:
     {
         return desktop.run(QStringLiteral("xclip"), args(QStringLiteral("-selection clipboard -o -t ") + type)).output;
     }
+    // The tray icon is created just before the shortcuts are grabbed.
+    bool pixmoraIsReady()
+    {
+        return VirtualDesktop::waitUntil(
+            [&] { return xdotool(QStringLiteral("search --classname ^pixmora$")).ok(); }, 15000);
+    }
     // What the X server shows, in device pixels.
     QImage screen(const QRect &area)
     {
@@ -87,6 +122,17 @@ protected:
         const QString rect = QStringLiteral("%1,%2,%3,%4").arg(area.x()).arg(area.y()).arg(area.width()).arg(area.height());
         desktop.run(QStringLiteral("scrot"), {QStringLiteral("-o"), QStringLiteral("-a"), rect, path}, 20000);
         return QImage(path);
+    }
+    // A window's place on the root window, frame excluded (xwininfo, unlike xdotool, is exact).
+    QRect geometry(quint64 window)
+    {
+        const QString info = QString::fromLocal8Bit(
+            desktop.run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), QString::number(window)}).output);
+        const auto value = [&](const QString &label) {
+            return QRegularExpression(label + QStringLiteral(":\\s+(-?\\d+)")).match(info).captured(1).toInt();
+        };
+        return QRect(value(QStringLiteral("Absolute upper-left X")), value(QStringLiteral("Absolute upper-left Y")),
+                     value(QStringLiteral("Width")), value(QStringLiteral("Height")));
     }
     // Presses a shortcut and gives the overlay time to come up.
     void command(const QString &keys)
@@ -109,14 +155,20 @@ protected:
             beforeRelease();
         xdotool(QStringLiteral("mouseup 1"));
     }
+    // Wheel notches down over the window under the pointer, `perStep` at a
+    // time, at the pace of a hand on a wheel.
+    void scrollDown(int notches, int perStep)
+    {
+        for (int done = 0; done < notches; done += perStep) {
+            xdotool(QStringLiteral("click --repeat %1 --delay 15 5").arg(std::min(perStep, notches - done)));
+            QThread::msleep(120);
+        }
+        QThread::msleep(700);  // the last frames are taken
+    }
 
-    QTemporaryDir home;
-    VirtualDesktop desktop{[] {  // after the home folder: it goes first
-        VirtualDesktop::Options options;
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
-        options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
-        return options;
-    }()};
+    static inline SharedDesktop *shared = nullptr;
+    QTemporaryDir &home = shared->home;
+    VirtualDesktop &desktop = shared->desktop;
     const QString history = home.filePath(QStringLiteral(".local/share/Pixmora/History"));
     const QString folder = home.filePath(QStringLiteral("Shots"));
 };
@@ -135,13 +187,13 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     ASSERT_TRUE(pixmora({QStringLiteral("save-to"), folder}).ok());
     EXPECT_EQ(saveFolder(), folder.toUtf8());
 
-    desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-hold -geometry 80x24+150+150 -e ls -l /usr/bin")));
-    desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T pick-me -hold -geometry 80x24+2000+300 -e ls -l /etc")));
+    const pid_t listing = desktop.start(QStringLiteral("xterm"),
+                                        args(QStringLiteral("-hold -geometry 80x24+150+150 -e ls -l /usr/bin")));
+    const pid_t pickMe = desktop.start(QStringLiteral("xterm"),
+                                       args(QStringLiteral("-T pick-me -hold -geometry 80x24+2000+300 -e ls -l /etc")));
     ASSERT_NE(desktop.waitForWindow(QStringLiteral("^pick-me$")), 0u);
     const pid_t app = desktop.start(qEnvironmentVariable("PIXMORA_BINARY"), {});
-    // The tray icon is created just before the shortcuts are grabbed.
-    ASSERT_TRUE(VirtualDesktop::waitUntil(
-        [&] { return xdotool(QStringLiteral("search --classname ^pixmora$")).ok(); }, 15000));
+    ASSERT_TRUE(pixmoraIsReady());
     QThread::msleep(800);
     const QImage before = screen(QRect(0, 0, 3840, 2160));
 
@@ -223,6 +275,8 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     EXPECT_EQ(pngFiles(folder).size(), 6);
     command(QStringLiteral("ctrl+shift+3"));
     EXPECT_TRUE(waitForFiles(folder, 8));
+    desktop.stop(listing);
+    desktop.stop(pickMe);
 
     // The running app follows its folder when renamed and forgets it when deleted.
     const QString renamed = home.filePath(QStringLiteral("Renamed Shots"));
@@ -246,3 +300,74 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
 }
 
 } // namespace
+
+// The running Pixmora, or a new one when an earlier test left none.
+class ScrollingCaptureTest : public PixmoraAppTest {
+protected:
+    void SetUp() override
+    {
+        if (!xdotool(QStringLiteral("search --classname ^pixmora$")).ok())
+            desktop.start(qEnvironmentVariable("PIXMORA_BINARY"), {});
+        ASSERT_TRUE(pixmoraIsReady());
+    }
+    QImage nextCapture(qsizetype before)
+    {
+        return waitForFiles(history, before + 1) ? newestImage(history) : QImage();
+    }
+    quint64 hud() { return desktop.waitForWindow(QStringLiteral("^Pixmora Scrolling Capture$"), 5000); }
+};
+
+// A document no one tuned to the stitcher, scrolled with the wheel at a
+// user's pace; the rectangle fills the screen's height, so the panel sits
+// inside it for the whole capture and must not show in any frame.
+TEST_F(ScrollingCaptureTest, ADocumentScrolledByWheelComesOutExactlyAsTheDocument)
+{
+    const QString truthPath = home.filePath(QStringLiteral("truth.png"));
+    const QString reportPath = home.filePath(QStringLiteral("viewport.txt"));
+    const pid_t program = desktop.start(qEnvironmentVariable("PIXMORA_SCROLL_DOCUMENT"),
+                                        {QStringLiteral("--truth"), truthPath, QStringLiteral("--report"), reportPath,
+                                         QStringLiteral("-geometry"), QStringLiteral("736x2090+2100+40")});
+    QFile report(reportPath);
+    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return report.exists() && report.size() > 0; }, 10000));
+    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
+    const QList<QByteArray> numbers = report.readAll().simplified().split(' ');
+    ASSERT_EQ(numbers.size(), 4);
+    const QRect viewport(numbers[0].toInt(), numbers[1].toInt(), numbers[2].toInt(), numbers[3].toInt());
+    const QImage truth(truthPath);
+    ASSERT_FALSE(truth.isNull());
+    const QByteArray active = xdotool(QStringLiteral("getactivewindow")).output;
+
+    // RIGHT is at scale 1: points are pixels.
+    const QRect selection = viewport.adjusted(10, 10, -12, -10);
+    const qsizetype before = pngFiles(history).size();
+    command(QStringLiteral("ctrl+shift+4"));
+    drag(selection.topLeft(), selection.bottomRight() + QPoint(1, 1));
+    const QRect panel = geometry(hud());
+    EXPECT_EQ(panel.size(), QSize(300, 117));
+    EXPECT_EQ(panel.bottom() + 1, selection.bottom() + 1 - 12) << "inside the rectangle, 12 points over its bottom";
+    EXPECT_EQ(panel.center().x(), selection.center().x());
+    EXPECT_EQ(xdotool(QStringLiteral("getactivewindow")).output, active) << "the HUD left the focus where it was";
+
+    mouse(viewport.center());
+    const int notches = 42;  // 60 pixels each in a Qt scroll area
+    scrollDown(notches, 3);
+    mouse(panel.topLeft() + QPoint(198 + 44, 77 + 14), QStringLiteral("click 1"));  // Done
+    const QImage captured = nextCapture(before);
+    EXPECT_EQ(captured.size(), QSize(selection.width(), selection.height() + notches * 60));
+    EXPECT_EQ(firstDifferentRow(captured, truth.copy(10, 10, selection.width(), captured.height())), -1);
+    EXPECT_EQ(dotsPerInch(captured), 72);
+    EXPECT_EQ(hud(), 0u) << "the HUD is gone";
+
+    // After a click into the HUD, Escape cancels; nothing is delivered.
+    const QRect shorter(selection.topLeft(), QSize(selection.width(), 600));
+    command(QStringLiteral("ctrl+shift+4"));
+    drag(shorter.topLeft(), shorter.bottomRight() + QPoint(1, 1));
+    const QRect below = geometry(hud());
+    EXPECT_EQ(below.top(), shorter.bottom() + 1 + 12) << "12 points below the rectangle";
+    mouse(below.topLeft() + QPoint(150, 20), QStringLiteral("click 1"));
+    QThread::msleep(200);
+    command(QStringLiteral("Escape"));
+    EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return !xdotool(QStringLiteral("search --name ^Pixmora.Scrolling")).ok(); }, 3000));
+    EXPECT_EQ(pngFiles(history).size(), before + 1);
+    desktop.stop(program);
+}
