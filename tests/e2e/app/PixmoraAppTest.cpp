@@ -371,3 +371,63 @@ TEST_F(ScrollingCaptureTest, ADocumentScrolledByWheelComesOutExactlyAsTheDocumen
     EXPECT_EQ(pngFiles(history).size(), before + 1);
     desktop.stop(program);
 }
+
+// Lines that differ in a digit or two, which only exact alignment tells
+// apart; each band of the result must be the terminal's own rendering of
+// the line that belongs there, so a line twice or missing shows at once.
+TEST_F(ScrollingCaptureTest, NumberedTerminalLinesComeOutEachOnceInOrder)
+{
+    const int rows = 40;
+    const pid_t terminal = desktop.start(
+        QStringLiteral("xterm"),
+        {QStringLiteral("-T"), QStringLiteral("numbered"), QStringLiteral("-fa"), QStringLiteral("DejaVu Sans Mono"),
+         QStringLiteral("-fs"), QStringLiteral("12"), QStringLiteral("-sl"), QStringLiteral("4000"),
+         QStringLiteral("-geometry"), QStringLiteral("90x%1+2100+100").arg(rows), QStringLiteral("-xrm"),
+         QStringLiteral("XTerm*VT100.translations: #override <Key>F1: scroll-to(begin)\\n"
+                        "<Key>F2: scroll-forw(%1,line)").arg(rows),
+         QStringLiteral("-e"), QStringLiteral("sh"), QStringLiteral("-c"),
+         QStringLiteral("seq -f 'line %05g of a long document' 1 3000; exec sleep 100000")});
+    const quint64 window = desktop.waitForWindow(QStringLiteral("^numbered$"));
+    ASSERT_NE(window, 0u);
+    QThread::msleep(500);
+    const QRect frame = geometry(window);
+    const int border = 2;  // xterm's internal border
+    ASSERT_EQ((frame.height() - 2 * border) % rows, 0) << frame.height();
+    const int lineHeight = (frame.height() - 2 * border) / rows;
+    const QRect text(frame.x() + border, frame.y() + border, frame.width() - 2 * border, rows * lineHeight);
+    // F1 and F2 go to the focused window: synthetic key events are ignored.
+    const auto toTerminal = [&](const QString &key) {
+        xdotool(QStringLiteral("windowactivate --sync %1").arg(window));
+        xdotool(QStringLiteral("key ") + key);
+        QThread::msleep(300);
+    };
+    toTerminal(QStringLiteral("F1"));
+
+    const qsizetype before = pngFiles(history).size();
+    command(QStringLiteral("ctrl+shift+4"));
+    drag(text.topLeft(), text.bottomRight() + QPoint(1, 1));
+    const QRect panel = geometry(hud());
+    ASSERT_FALSE(panel.isEmpty());
+    mouse(text.center());
+    const int notches = 24;  // 5 lines each
+    scrollDown(notches, 1);
+    mouse(panel.topLeft() + QPoint(198 + 44, 77 + 14), QStringLiteral("click 1"));  // Done
+    const QImage captured = nextCapture(before);
+    const int lines = rows + notches * 5;
+    ASSERT_EQ(captured.size(), QSize(text.width(), lines * lineHeight));
+
+    // The terminal's rendering of the same lines, a screenful at a time.
+    QImage expected(text.width(), lines * lineHeight, QImage::Format_RGB32);
+    QPainter painter(&expected);
+    toTerminal(QStringLiteral("F1"));
+    for (int top = 0; top < lines; top += rows) {
+        painter.drawImage(0, top * lineHeight, screen(text));
+        toTerminal(QStringLiteral("F2"));
+    }
+    painter.end();
+    for (int line = 0; line < lines; ++line) {
+        const QRect band(0, line * lineHeight, text.width(), lineHeight);
+        ASSERT_TRUE(samePixels(captured.copy(band), expected.copy(band))) << "line " << line + 1 << " of " << lines;
+    }
+    desktop.stop(terminal);
+}
