@@ -3,24 +3,27 @@
 // every run. With --truth it first writes the whole document as one PNG (the
 // ground truth); with --report it writes where its viewport lies on the
 // root window (x y width height, device pixels) once it is on screen.
+// --width and --repeat make it wider and longer, for benchmarks.
 //
-//   pixmora_scroll_document [--truth FILE] [--report FILE] [-geometry WxH+X+Y]
+//   pixmora_scroll_document [--truth FILE] [--report FILE] [--width PIXELS]
+//                           [--repeat TIMES] [-geometry WxH+X+Y]
 
 #include <QApplication>
 #include <QCommandLineParser>
 #include <QFile>
-#include <QLabel>
+#include <QPaintEvent>
 #include <QPainter>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QTimer>
 
+#include <algorithm>
 #include <cstdint>
 #include <random>
 
 namespace {
 
-constexpr int documentWidth = 720;
+constexpr int defaultWidth = 720;
 constexpr int documentHeight = 5200;
 
 // std::mt19937 yields the same numbers everywhere; its distributions may not.
@@ -32,7 +35,7 @@ private:
     std::mt19937 m_engine{20240613};
 };
 
-QImage makeDocument()
+QImage makeDocument(int documentWidth)
 {
     static const char *const words[] = {
         "scroll", "capture", "the", "window", "of", "a", "long", "page", "stitched", "into", "one", "image",
@@ -88,6 +91,28 @@ QImage makeDocument()
     return document;
 }
 
+// The document `times` times over, one below the other.
+class Page : public QWidget {
+public:
+    Page(QImage document, int times) : m_document(std::move(document))
+    {
+        setFixedSize(m_document.width(), m_document.height() * times);
+    }
+
+protected:
+    void paintEvent(QPaintEvent *event) override
+    {
+        QPainter painter(this);
+        const QRect exposed = event->rect();
+        for (int top = exposed.top() / m_document.height() * m_document.height(); top <= exposed.bottom();
+             top += m_document.height())
+            painter.drawImage(0, top, m_document);
+    }
+
+private:
+    const QImage m_document;
+};
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -102,11 +127,15 @@ int main(int argc, char **argv)
                                    QStringLiteral("FILE"));
     const QCommandLineOption report(QStringLiteral("report"), QStringLiteral("Write the viewport's place to FILE."),
                                     QStringLiteral("FILE"));
-    parser.addOptions({truth, report});
+    const QCommandLineOption width(QStringLiteral("width"), QStringLiteral("The document's width."),
+                                   QStringLiteral("PIXELS"), QString::number(defaultWidth));
+    const QCommandLineOption repeat(QStringLiteral("repeat"), QStringLiteral("Show the document this many times."),
+                                    QStringLiteral("TIMES"), QStringLiteral("1"));
+    parser.addOptions({truth, report, width, repeat});
     parser.addHelpOption();
     parser.process(app);
 
-    const QImage document = makeDocument();
+    const QImage document = makeDocument(std::max(400, parser.value(width).toInt()));
     if (parser.isSet(truth) && !document.save(parser.value(truth))) {
         qCritical("cannot write %s", qPrintable(parser.value(truth)));
         return 1;
@@ -114,13 +143,10 @@ int main(int argc, char **argv)
 
     QScrollArea view;
     view.setWindowTitle(QStringLiteral("Scroll Document"));
-    auto *page = new QLabel;
-    page->setPixmap(QPixmap::fromImage(document));
-    page->setAlignment(Qt::AlignLeft | Qt::AlignTop);
-    view.setWidget(page);
+    view.setWidget(new Page(document, std::max(1, parser.value(repeat).toInt())));
     view.setFrameShape(QFrame::NoFrame);
     view.setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    view.resize(documentWidth + view.verticalScrollBar()->sizeHint().width(), 900);
+    view.resize(document.width() + view.verticalScrollBar()->sizeHint().width(), 900);
     view.show();  // -geometry, handled by QApplication, overrides the size and sets the place
 
     if (parser.isSet(report)) {
