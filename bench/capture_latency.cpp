@@ -2,14 +2,18 @@
 // desktop with a gradient wallpaper and text windows, side by side with scrot
 // writing the same screen; plus the PNG sizes and the tray process's idle
 // CPU and resident memory. With --overlay, the same desktop split into two
-// 1920 x 2160 monitors and the time from Control-Shift-1 until the frozen,
-// dimmed overlay shows on both. With --editor, a click on the thumbnail of a
-// 3840 x 2160 capture until the markup editor shows the picture, the CPU of
-// each pointer move while an arrow and a freehand stroke are dragged out in
-// it, and the resident memory it takes and gives back. Prints medians; needs
-// Xvfb, openbox, trayer, xterm, ImageMagick and scrot (scripts/install-deps.sh).
+// 1920 x 2160 monitors and the time from Control-Shift-1 and Control-Shift-4
+// until the frozen, dimmed overlay shows on both. With --editor, a click on
+// the thumbnail of a 3840 x 2160 capture until the markup editor shows the
+// picture, the CPU of each pointer move while an arrow and a freehand stroke
+// are dragged out in it, and the resident memory it takes and gives back.
+// With --scrolling, on that desktop with the left monitor at scale 2, a
+// scrolling capture of 800 x 600 points over a long document scrolled by
+// wheel until the 24000-row limit delivers it: the tray process's peak and
+// settled resident memory. Prints medians; needs Xvfb, openbox, trayer,
+// xterm, xdotool, ImageMagick and scrot (scripts/install-deps.sh).
 //
-//   capture_latency [--overlay | --editor] [path/to/pixmora] [iterations]
+//   capture_latency [--overlay | --editor | --scrolling] [path/to/pixmora] [iterations]
 #include "VirtualDesktop.h"
 
 #include <QCoreApplication>
@@ -17,6 +21,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QImageReader>
 #include <QTemporaryDir>
 #include <QThread>
 
@@ -176,6 +181,7 @@ private:
 struct ProcessUsage {
     double cpuSeconds = 0;
     double residentMB = 0;
+    double peakResidentMB = 0;  // since the last resetPeak
 };
 
 ProcessUsage usageOf(pid_t pid)
@@ -191,6 +197,8 @@ ProcessUsage usageOf(pid_t pid)
         for (const QByteArray &line : status.readAll().split('\n')) {
             if (line.startsWith("VmRSS:"))
                 usage.residentMB = line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+            if (line.startsWith("VmHWM:"))
+                usage.peakResidentMB = line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
         }
     }
     return usage;
@@ -319,6 +327,87 @@ int measureEditor(VirtualDesktop &desktop, pid_t pixmora, const QString &shots, 
     return 0;
 }
 
+void resetPeak(pid_t pid)
+{
+    QFile clearRefs(QStringLiteral("/proc/%1/clear_refs").arg(pid));
+    if (!clearRefs.open(QIODevice::WriteOnly) || clearRefs.write("5") != 1)
+        std::fprintf(stderr, "cannot reset the peak resident memory; the peak is since start\n");
+}
+
+// Selects 800 x 600 points at scale 2 over a document 1700 pixels wide and
+// scrolls it by wheel, five notches (300 pixels) a quarter second, until
+// the capture reaches its limit and is delivered.
+int measureScrolling(VirtualDesktop &desktop, pid_t pixmora, const QString &home, const QString &history)
+{
+    const QString report = QDir(home).filePath(QStringLiteral("viewport.txt"));
+    desktop.start(QCoreApplication::applicationDirPath() + QStringLiteral("/../tests/pixmora_scroll_document"),
+                  {QStringLiteral("--width"), QStringLiteral("1700"), QStringLiteral("--repeat"), QStringLiteral("8"),
+                   QStringLiteral("--report"), report, QStringLiteral("-geometry"), QStringLiteral("1720x1400+40+40")});
+    QFile place(report);
+    if (!VirtualDesktop::waitUntil([&] { return place.exists() && place.size() > 0; }, 15000)
+        || !place.open(QIODevice::ReadOnly)) {
+        std::fprintf(stderr, "the document did not show\n");
+        return 1;
+    }
+    const QList<QByteArray> numbers = place.readAll().simplified().split(' ');
+    const QPoint viewport(numbers.value(0).toInt(), numbers.value(1).toInt());
+    const auto xdotool = [&](const QString &line) {
+        return desktop.run(QStringLiteral("xdotool"), line.split(QLatin1Char(' '))).ok();
+    };
+    QThread::sleep(2);
+    const ProcessUsage idle = usageOf(pixmora);
+    resetPeak(pixmora);
+
+    FileArrivals delivered({history});
+    KeyPresser scrolling(desktop.display(), {XK_Control_L, XK_Shift_L, XK_4});
+    scrolling.press();
+    QThread::msleep(800);
+    const QPoint from = viewport + QPoint(20, 20), to = from + QPoint(1600, 1200);
+    xdotool(QStringLiteral("mousemove %1 %2 mousedown 1").arg(from.x()).arg(from.y()));
+    xdotool(QStringLiteral("mousemove %1 %2").arg(to.x() - 100).arg(to.y() - 100));
+    xdotool(QStringLiteral("mousemove %1 %2 mouseup 1").arg(to.x()).arg(to.y()));
+    QThread::msleep(600);
+    xdotool(QStringLiteral("mousemove %1 %2").arg(from.x() + 800).arg(from.y() + 600));
+    QElapsedTimer clock;
+    clock.start();
+    bool arrived = false;
+    while (!arrived && clock.elapsed() < 120000) {
+        xdotool(QStringLiteral("click --repeat 5 --delay 10 5"));
+        arrived = delivered.waitFor(1, 250);
+    }
+    if (!arrived) {
+        std::fprintf(stderr, "the scrolling capture did not reach its limit\n");
+        return 1;
+    }
+    const double scrolledSeconds = clock.nsecsElapsed() / 1e9;
+    QThread::sleep(1);
+    const ProcessUsage afterDelivery = usageOf(pixmora);
+    QThread::sleep(4);
+    const ProcessUsage settled = usageOf(pixmora);
+    QThread::sleep(5);
+    const ProcessUsage later = usageOf(pixmora);  // the thumbnail has gone too
+
+    const QStringList files = QDir(history).entryList({QStringLiteral("*.png")}, QDir::Files, QDir::Time);
+    const QString newest = QDir(history).filePath(files.value(0));
+    const QSize result = QImageReader(newest).size();
+    const double resultMB = double(result.width()) * result.height() * 4 / (1024.0 * 1024.0);
+    const double frameMB = 1600.0 * 1200 * 4 / (1024.0 * 1024.0);
+    const double bound = 2.2 * resultMB + 2 * frameMB;
+    const double peakAbove = afterDelivery.peakResidentMB - idle.residentMB;
+    std::printf("delivered image                     %d x %d pixels (%.1f MB as pixels) after %.1f s of scrolling\n",
+                result.width(), result.height(), resultMB, scrolledSeconds);
+    std::printf("resident memory idle                %.1f MB\n", idle.residentMB);
+    std::printf("peak during capture and delivery    %.1f MB, %.1f MB above idle; bound 2.2 x result + 2 frames = %.1f MB "
+                "(%.2f of it)\n",
+                afterDelivery.peakResidentMB, peakAbove, bound, peakAbove / bound);
+    std::printf("5 s after delivery                  %.1f MB, %+.1f MB against idle (bound 10 MB)\n",
+                settled.residentMB, settled.residentMB - idle.residentMB);
+    std::printf("10 s after delivery                 %.1f MB, %+.1f MB against idle; the PNG on the clipboard is "
+                "%.1f MB\n",
+                later.residentMB, later.residentMB - idle.residentMB, QFileInfo(newest).size() / (1024.0 * 1024.0));
+    return 0;
+}
+
 } // namespace
 
 int main(int argc, char **argv)
@@ -327,6 +416,7 @@ int main(int argc, char **argv)
     QStringList arguments = app.arguments().mid(1);
     const bool overlay = arguments.removeAll(QStringLiteral("--overlay")) > 0;
     const bool editor = arguments.removeAll(QStringLiteral("--editor")) > 0;
+    const bool scrolling = arguments.removeAll(QStringLiteral("--scrolling")) > 0;
     const QString binary = arguments.value(0, QCoreApplication::applicationDirPath() + QStringLiteral("/../pixmora"));
     const int iterations = std::max(3, arguments.value(1, QStringLiteral("15")).toInt());
 
@@ -348,8 +438,10 @@ int main(int argc, char **argv)
     options.size = QSize(3840, 2160);
     options.windowManager = true;
     options.trayHost = true;
-    if (overlay)
+    if (overlay || scrolling)
         options.monitors = VirtualDesktop::leftAndRight(options.size);
+    if (scrolling)
+        qputenv("QT_SCREEN_SCALE_FACTORS", "LEFT=2;RIGHT=1");
     VirtualDesktop desktop(options);
 
     // A realistic desktop: gradient wallpaper, text windows.
@@ -386,32 +478,40 @@ int main(int argc, char **argv)
 
     if (editor)
         return measureEditor(desktop, pixmora, shots, history, std::max(3, arguments.value(1, QStringLiteral("5")).toInt()));
+    if (scrolling)
+        return measureScrolling(desktop, pixmora, home.path(), history);
 
     if (overlay) {
         // Two points on the gradient, one per monitor: they change when the dimmed overlay shows.
         const QPoint probes[] = {{60, 2100}, {3780, 2100}};
-        KeyPresser area(desktop.display(), {XK_Control_L, XK_Shift_L, XK_1});
+        KeyPresser shortcuts[] = {{desktop.display(), {XK_Control_L, XK_Shift_L, XK_1}},
+                                  {desktop.display(), {XK_Control_L, XK_Shift_L, XK_4}}};
         KeyPresser escape(desktop.display(), {XK_Escape});
         PixelReader pixels(desktop.display());
-        std::vector<double> shown;
-        for (int round = 0; round < iterations; ++round) {
+        std::vector<double> shown[2];
+        // Alternated, so that both meet the same machine; the first round is the first use after start.
+        for (int round = 0; round < 2 * iterations; ++round) {
             const quint32 before[] = {pixels.at(probes[0]), pixels.at(probes[1])};
             QElapsedTimer clock;
             clock.start();
-            area.press();
+            shortcuts[round % 2].press();
             while (pixels.at(probes[0]) == before[0] || pixels.at(probes[1]) == before[1]) {
                 if (clock.elapsed() > 5000) {
                     std::fprintf(stderr, "the overlay did not show in round %d\n", round);
                     return 1;
                 }
             }
-            shown.push_back(clock.nsecsElapsed() / 1e6);
+            shown[round % 2].push_back(clock.nsecsElapsed() / 1e6);
             escape.press();
             QThread::msleep(400);
         }
-        std::printf("iterations                          %d\n", iterations);
-        std::printf("Control-Shift-1 -> overlay on both 1920 x 2160 monitors  median %.1f ms (min %.1f, max %.1f)\n",
-                    median(shown), *std::min_element(shown.begin(), shown.end()), *std::max_element(shown.begin(), shown.end()));
+        std::printf("iterations                          %d each\n", iterations);
+        const char *const names[] = {"Control-Shift-1", "Control-Shift-4"};
+        for (int kind = 0; kind < 2; ++kind)
+            std::printf("%s -> overlay on both 1920 x 2160 monitors  median %.1f ms (first %.1f, min %.1f, max %.1f)\n",
+                        names[kind], median(shown[kind]), shown[kind].front(),
+                        *std::min_element(shown[kind].begin(), shown[kind].end()),
+                        *std::max_element(shown[kind].begin(), shown[kind].end()));
         return 0;
     }
 

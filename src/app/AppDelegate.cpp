@@ -5,6 +5,7 @@
 #include "capture/AreaCaptureFlow.h"
 #include "capture/CaptureEngine.h"
 #include "capture/FullScreenCaptureFlow.h"
+#include "capture/ScrollingCaptureFlow.h"
 #include "capture/WindowCaptureFlow.h"
 #include "platform/Logging.h"
 
@@ -72,6 +73,7 @@ void AppDelegate::applicationDidFinishLaunching()
         m_settings, m_saveLocation, m_platform.loginItem,
         StatusMenu::Commands{command(&AppDelegate::startRegionCapture), command(&AppDelegate::startWindowCapture),
                              command(&AppDelegate::captureFullScreenFromMenu),
+                             command(&AppDelegate::startScrollingCapture),
                              command(&AppDelegate::captureFullScreenDelayed), command(&AppDelegate::chooseFolder),
                              command(&AppDelegate::revealFolder), command(&AppDelegate::toggleLaunchAtLogin),
                              command(&AppDelegate::showInstructions), command(&AppDelegate::showAbout),
@@ -91,6 +93,7 @@ void AppDelegate::applicationDidFinishLaunching()
     m_hotKeys.registerHotKey(HotKeyCenter::keyCode1, controlShift, command(&AppDelegate::startRegionCapture));
     m_hotKeys.registerHotKey(HotKeyCenter::keyCode2, controlShift, command(&AppDelegate::startWindowCapture));
     m_hotKeys.registerHotKey(HotKeyCenter::keyCode3, controlShift, command(&AppDelegate::startFullScreenCapture));
+    m_hotKeys.registerHotKey(HotKeyCenter::keyCode4, controlShift, command(&AppDelegate::startScrollingCapture));
 }
 
 // --- Capture flows ---
@@ -142,6 +145,17 @@ void AppDelegate::startFullScreenCapture()
 {
     if (beginCaptureFlow())
         runCaptureFlow(std::make_unique<FullScreenCaptureFlow>(m_platform.screens));
+}
+
+void AppDelegate::startScrollingCapture()
+{
+    // Neither guard nor a new flow: the running capture ends as with Done.
+    if (auto *scrolling = qobject_cast<ScrollingCaptureFlow *>(m_captureFlow.get());
+        scrolling && scrolling->finishScrollCapture())
+        return;
+    if (beginCaptureFlow())
+        runCaptureFlow(
+            std::make_unique<ScrollingCaptureFlow>(m_platform.screens, m_platform.desktop, m_platform.dialogs));
 }
 
 void AppDelegate::captureFullScreenFromMenu()
@@ -317,6 +331,7 @@ QString AppDelegate::runRemoteCommand(const QStringList &arguments)
         {QStringLiteral("area"), &AppDelegate::startRegionCapture},
         {QStringLiteral("window"), &AppDelegate::startWindowCapture},
         {QStringLiteral("screen"), &AppDelegate::startFullScreenCapture},
+        {QStringLiteral("scrolling"), &AppDelegate::startScrollingCapture},
     };
     if (arguments.size() == 2 && arguments[0] == QLatin1String("capture") && captures.contains(arguments[1])) {
         QTimer::singleShot(0, this, captures.value(arguments[1]));

@@ -41,6 +41,8 @@ public:
     void startRegionCapture();
     void startWindowCapture();
     void startFullScreenCapture();
+    // While a scrolling capture runs, finishes it as Done does.
+    void startScrollingCapture();
     void captureFullScreenFromMenu();
     void captureFullScreenDelayed();
 

@@ -10,15 +10,18 @@ QString usageText()
         "Without a command, starts Pixmora in the system tray (once per session).\n"
         "\n"
         "Commands:\n"
-        "  capture area      drag out an area to capture, as Ctrl+Shift+1 does\n"
-        "  capture window    click a window to capture, as Ctrl+Shift+2 does\n"
-        "  capture screen    capture every display now, as Ctrl+Shift+3 does\n"
-        "  save-to DIR       save captures into DIR from now on\n"
-        "  save-to           print the save folder, or \"not set\"\n"
+        "  capture area       drag out an area to capture, as Ctrl+Shift+1 does\n"
+        "  capture window     click a window to capture, as Ctrl+Shift+2 does\n"
+        "  capture screen     capture every display now, as Ctrl+Shift+3 does\n"
+        "  capture scrolling  select the visible part of a long document, then scroll\n"
+        "                     through it, as Ctrl+Shift+4 does; given again while it\n"
+        "                     runs, finishes it\n"
+        "  save-to DIR        save captures into DIR from now on\n"
+        "  save-to            print the save folder, or \"not set\"\n"
         "\n"
         "Options:\n"
-        "  --help            show this help\n"
-        "  --version         show the version\n");
+        "  --help             show this help\n"
+        "  --version          show the version\n");
 }
 
 CommandLine parseCommandLine(const QStringList &arguments)
@@ -32,7 +35,8 @@ CommandLine parseCommandLine(const QStringList &arguments)
     if (arguments.size() == 1 && first == QLatin1String("--version"))
         return {Kind::version, {}};
     if (first == QLatin1String("capture")) {
-        static const QStringList kinds{QStringLiteral("area"), QStringLiteral("window"), QStringLiteral("screen")};
+        static const QStringList kinds{QStringLiteral("area"), QStringLiteral("window"), QStringLiteral("screen"),
+                                       QStringLiteral("scrolling")};
         if (arguments.size() != 2)
             return {Kind::invalid, QStringLiteral("capture needs one kind: %1").arg(kinds.join(QLatin1String(", ")))};
         if (!kinds.contains(arguments[1]))

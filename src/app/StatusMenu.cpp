@@ -42,6 +42,8 @@ void StatusMenu::buildMenu()
         ->setShortcut(QKeySequence(QStringLiteral("Ctrl+Shift+2")));
     add(QStringLiteral("Capture Full Screen"), m_commands.captureFullScreenFromMenu)
         ->setShortcut(QKeySequence(QStringLiteral("Ctrl+Shift+3")));
+    add(QStringLiteral("Capture Scrolling"), m_commands.captureScrollingFromMenu)
+        ->setShortcut(QKeySequence(QStringLiteral("Ctrl+Shift+4")));
     add(QStringLiteral("Full Screen After 5 Seconds"), m_commands.captureFullScreenDelayed);
     menu->addSeparator();
     m_clipboardItem = add(QStringLiteral("Clipboard Only (No File)"), toggle(&StatusMenu::toggleClipboard), true);

@@ -21,7 +21,8 @@ class StatusMenu {
 public:
     struct Commands {
         std::function<void()> captureRegionFromMenu, captureWindowFromMenu, captureFullScreenFromMenu,
-            captureFullScreenDelayed, chooseFolder, revealFolder, toggleLaunchAtLogin, showInstructions, showAbout;
+            captureScrollingFromMenu, captureFullScreenDelayed, chooseFolder, revealFolder, toggleLaunchAtLogin,
+            showInstructions, showAbout;
         std::function<void()> showHistory;
     };
 

@@ -5,6 +5,8 @@
 
 #include <QPointer>
 
+#include <optional>
+
 namespace pixmora {
 
 class Desktop;
@@ -23,11 +25,19 @@ public:
     RegionSelectionController *regionController() const { return m_regionController; }
 
 protected:
-    void run() override;
+    // hint: shown on the overlay until the mouse goes down.
+    AreaCaptureFlow(ScreenCapture &screens, Desktop &desktop, std::optional<QString> hint);
 
-private:
+    void run() override;
+    // Once the overlay has closed: with the rectangle and the frozen images,
+    // or with nothing when the selection was cancelled.
+    virtual void selected(std::optional<RegionSelection> selection, const DisplaySnapshots &snapshots);
+
     ScreenCapture &m_screens;
     Desktop &m_desktop;
+
+private:
+    const std::optional<QString> m_hint;
     QPointer<RegionSelectionController> m_regionController;
 };
 

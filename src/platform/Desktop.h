@@ -40,7 +40,10 @@ public:
     // size) under `dim`, without our process painting a screen-sized buffer;
     // false where the window system cannot, and the overlay paints it.
     virtual bool drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, QColor dim) = 0;
-    virtual void makeFloatingPanel(QWidget *widget) = 0;
+    // A small panel kept above other windows, that never takes the keyboard
+    // by appearing; with onClick it takes it when clicked.
+    enum class PanelFocus { never, onClick };
+    virtual void makeFloatingPanel(QWidget *widget, PanelFocus focus) = 0;
     // Whether a compositing manager blends translucent windows into what lies
     // below them; without one, their transparent pixels show black.
     virtual bool isCompositing() = 0;

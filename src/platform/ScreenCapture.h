@@ -5,7 +5,16 @@
 #include <QImage>
 #include <QRectF>
 
+#include <memory>
+
 namespace pixmora {
+
+// Held while captures of an area must show what lies beneath the program's
+// own windows there (see ScreenCapture::excludeOwnWindows).
+class OwnWindowsExclusion {
+public:
+    virtual ~OwnWindowsExclusion() = default;
+};
 
 // The screen-capture service: which displays and windows can be captured, and
 // their pixels. Images are in device pixels (RGB32 or ARGB32 premultiplied).
@@ -21,8 +30,13 @@ public:
 
     virtual QImage captureDisplay(const DisplayInfo &display) = 0;
     // rect is in global points and lies on the display; the result is
-    // floor(w * scale) x floor(h * scale) pixels. Our own windows are left out.
+    // floor(w * scale) x floor(h * scale) pixels. Our own windows are left
+    // out while an exclusion for that area is held, else they may show.
     virtual QImage captureRegion(const DisplayInfo &display, const QRectF &rect) = 0;
+    // Until the result is destroyed, captureRegion of `rect` shows what lies
+    // beneath our own windows. Take it before such a window appears over the
+    // area: the system may keep only what it saw from then on. One at a time.
+    virtual std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect) = 0;
     // The window alone, floor(frame.w * scale) x floor(frame.h * scale) pixels.
     virtual QImage captureWindow(const WindowInfo &window, double scale) = 0;
 };

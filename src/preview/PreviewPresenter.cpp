@@ -141,7 +141,7 @@ QWidget *PreviewPresenter::createPanel(const QImage &image, double scale, const 
                                            translucent ? Background::translucent : Background::opaque));
 
     panel->winId();  // the window manager hints need the native window
-    m_desktop.makeFloatingPanel(panel);
+    m_desktop.makeFloatingPanel(panel, Desktop::PanelFocus::never);
     return panel;
 }
 

@@ -2,6 +2,12 @@
 
 #include "capture/AreaCaptureFlow.h"
 #include "capture/RegionSelectionController.h"
+#include "capture/ScrollingCaptureFlow.h"
+#include "scroll/ScrollHUDPanel.h"
+
+#include <QAction>
+#include <QMenu>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -12,7 +18,7 @@ namespace {
 
 using Command = void (AppDelegate::*)();
 const QList<Command> captureCommands{&AppDelegate::startRegionCapture, &AppDelegate::startWindowCapture,
-                                     &AppDelegate::startFullScreenCapture};
+                                     &AppDelegate::startFullScreenCapture, &AppDelegate::startScrollingCapture};
 
 // Commands during the flow are dropped, whatever their mode; once it ends the next one starts at once.
 TEST(CaptureGuardTest, OneFlowAtATimeAndTheNextStartsAtOnce)
@@ -60,6 +66,34 @@ TEST(CaptureGuardTest, TheFlowLastsUntilItsAlertIsClosed)
         EXPECT_FALSE(h.app->captureFlowActive());
         EXPECT_EQ(h.fake.clipboard.writeCount, 0);
     }
+}
+
+// The scrolling command given again while selecting is dropped; while
+// capturing it finishes the capture, which is delivered like any other.
+TEST(CaptureGuardTest, TheScrollingCommandAgainFinishesARunningScrollingCapture)
+{
+    AppHarness h;
+    h.app->applicationDidFinishLaunching();
+    h.app->statusMenu()->menu()->actions()[3]->trigger();  // "Capture Scrolling"
+    auto *flow = qobject_cast<ScrollingCaptureFlow *>(h.app->captureFlow());
+    ASSERT_NE(flow, nullptr);
+    const int snapshots = h.fake.screens.displayCaptureCount;
+    h.app->startScrollingCapture();
+    EXPECT_EQ(h.app->captureFlow(), flow);
+    EXPECT_EQ(h.fake.screens.displayCaptureCount, snapshots);
+    ASSERT_NE(flow->regionController(), nullptr) << "still selecting";
+
+    const DisplayInfo &display = h.fake.screens.displayList[0];
+    flow->regionController()->finish(QRectF(10, 10, 200, 150), &display);
+    ASSERT_TRUE(QTest::qWaitFor([&] { return flow->scrollCapture() && flow->scrollCapture()->hud()
+                                             && flow->scrollCapture()->hud()->status().startsWith("150 px"); }));
+    h.app->startScrollingCapture();
+    EXPECT_FALSE(h.app->captureFlowActive());
+    ASSERT_EQ(h.app->history()->entries().size(), 1u);
+    EXPECT_EQ(h.fake.clipboard.writeCount, 1);
+    // The capture is over: the next command starts a new one.
+    ASSERT_TRUE(h.app->runRemoteCommand({"capture", "scrolling"}).isEmpty());
+    EXPECT_TRUE(QTest::qWaitFor([&] { return h.app->captureFlowActive(); }));
 }
 
 } // namespace

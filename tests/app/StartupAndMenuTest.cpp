@@ -33,7 +33,9 @@ TEST(StartupTest, RegistersTheShortcutsOffersLaunchAtLoginOnceAndSaysWhyAChangeF
     EXPECT_EQ(h.fake.dialogs.alerts[0].message, "Launch Pixmora at Login?");
     EXPECT_EQ(h.fake.dialogs.alerts[0].buttons, (QStringList{"Launch at Login", "Not Now"}));
     EXPECT_TRUE(h.fake.loginItem.enabled) << "the first button was answered";
-    ASSERT_EQ(h.fake.hotKeys.grabs.size(), 2u);
+    ASSERT_EQ(h.fake.hotKeys.grabs.size(), 3u);
+    EXPECT_EQ(h.fake.hotKeys.grabs[2].keyCode, HotKeyCenter::keyCode4);
+    EXPECT_EQ(h.fake.hotKeys.grabs[2].id, 4u) << "registered fourth";
     EXPECT_EQ(h.fake.hotKeys.grabs[1].keyCode, HotKeyCenter::keyCode3);
     EXPECT_EQ(h.fake.hotKeys.grabs[1].modifiers, HotKeyCenter::controlKey | HotKeyCenter::shiftKey);
     h.fake.hotKeys.press(h.fake.hotKeys.grabs[1].id);
@@ -108,7 +110,8 @@ TEST(StatusMenuTest, HoldsEveryCommandInOrder)
                                         : action->text() + (action->isCheckable() ? " [x]" : "") +
                                               (action->shortcut().isEmpty() ? "" : " " + action->shortcut().toString()));
     EXPECT_EQ(shown, (QStringList{"Capture Area Ctrl+Shift+1", "Capture Window Ctrl+Shift+2",
-                                  "Capture Full Screen Ctrl+Shift+3", "Full Screen After 5 Seconds", "---",
+                                  "Capture Full Screen Ctrl+Shift+3", "Capture Scrolling Ctrl+Shift+4",
+                                  "Full Screen After 5 Seconds", "---",
                                   "Clipboard Only (No File) [x]", "Also Copy to Clipboard (Ctrl+V) [x]",
                                   "Open After Saving [x]", "Shadow on Window Captures [x]", "---", "Save To…",
                                   "Show Captures Folder in File Manager", "Recent Captures…", "---",

@@ -1,6 +1,8 @@
 #include "capture/AreaCaptureFlow.h"
 #include "capture/FullScreenCaptureFlow.h"
 #include "capture/RegionSelectionController.h"
+#include "capture/RegionSelectionView.h"
+#include "capture/ScrollingCaptureFlow.h"
 #include "capture/WindowCaptureFlow.h"
 #include "capture/WindowPickerController.h"
 #include "platform/fake/FakePlatform.h"
@@ -130,6 +132,44 @@ TEST_F(CaptureFlowTest, WindowIsCapturedOnceThePickerHasLeftTheScreen)
             EXPECT_EQ(outcome.images[0].scale, 2.0);
         }
         EXPECT_EQ(outcome.error.has_value(), picked && !stillOpen) << "a window that closed meanwhile";
+    }
+}
+
+// On display 1 (scale 2), 59.5 points are 119 pixels: too low for stitching.
+TEST_F(CaptureFlowTest, ScrollingRefusesLowSelectionsThenCapturesTheRectangleLiveUntilFinished)
+{
+    const DisplayInfo &display = fake.screens.displayList[0];
+    for (const auto &[height, started] : {std::pair{59.5, false}, std::pair{60.0, true}}) {
+        outcomes.clear();
+        fake.dialogs.alerts.clear();
+        const auto flow = start<ScrollingCaptureFlow>(fake.screens, fake.desktop, fake.dialogs);
+        ASSERT_NE(flow->regionController(), nullptr);
+        EXPECT_FALSE(flow->regionController()->views()[0]->hintCapsule().isEmpty());
+        EXPECT_FALSE(flow->finishScrollCapture()) << "nothing to finish while selecting";
+        flow->regionController()->finish(QRectF(100, 100, 200, height), &display);
+        if (!started) {
+            ASSERT_EQ(fake.dialogs.alerts.size(), 1);
+            EXPECT_EQ(fake.dialogs.alerts[0].message, "Selection Too Short");
+            EXPECT_EQ(fake.dialogs.alerts[0].informative, "Select a taller area for a scrolling capture.");
+            ASSERT_EQ(outcomes.size(), 1u);
+            EXPECT_TRUE(outcomes[0].images.isEmpty());
+            EXPECT_FALSE(outcomes[0].error);
+            continue;
+        }
+        EXPECT_EQ(flow->scrollCapture(), nullptr) << "not before the overlay has gone";
+        // Live pixels: what the display shows now, not the frozen snapshot.
+        fake.screens.displayImages[display.id] = filled(QSize(1600, 1200), qRgb(40, 90, 200));
+        ASSERT_TRUE(QTest::qWaitFor([&] { return flow->scrollCapture() && flow->scrollCapture()->hud()
+                                                 && flow->scrollCapture()->hud()->status().startsWith("60 px"); }));
+        EXPECT_TRUE(fake.dialogs.alerts.isEmpty());
+        EXPECT_EQ(fake.screens.exclusionsHeld, 1);
+        EXPECT_TRUE(flow->finishScrollCapture());
+        ASSERT_EQ(outcomes.size(), 1u);
+        ASSERT_EQ(outcomes[0].images.size(), 1);
+        EXPECT_EQ(outcomes[0].images[0].image, filled(QSize(400, 120), qRgb(40, 90, 200)));
+        EXPECT_EQ(outcomes[0].images[0].scale, 2.0);
+        EXPECT_EQ(flow->scrollCapture(), nullptr);
+        EXPECT_EQ(fake.screens.exclusionsHeld, 0);
     }
 }
 

@@ -20,6 +20,15 @@ T takeFront(std::deque<T> &queue, T fallback)
     return value;
 }
 
+class FakeExclusion : public OwnWindowsExclusion {
+public:
+    explicit FakeExclusion(int &held) : m_held(held) { ++m_held; }
+    ~FakeExclusion() override { --m_held; }
+
+private:
+    int &m_held;
+};
+
 QSize pixelSize(QSizeF points, double scale)
 {
     return {int(std::floor(points.width() * scale)), int(std::floor(points.height() * scale))};
@@ -60,6 +69,11 @@ QImage FakeScreenCapture::captureWindow(const WindowInfo &window, double scale)
     if (!windowImages.contains(window.id))
         throw Error(QStringLiteral("The window is no longer available."));
     return windowImages.value(window.id).scaled(pixelSize(window.frame.size(), scale));
+}
+
+std::unique_ptr<OwnWindowsExclusion> FakeScreenCapture::excludeOwnWindows(const DisplayInfo &, const QRectF &)
+{
+    return std::make_unique<FakeExclusion>(exclusionsHeld);
 }
 
 bool FakeHotKeys::grab(quint32 id, quint32 keyCode, quint32 modifiers)

@@ -25,12 +25,14 @@ public:
     QMap<quint64, QImage> windowImages;    // by window id; missing -> throws
     std::function<void(const DisplayInfo &)> beforeDisplayCapture;  // may throw to simulate failures
     int displayCaptureCount = 0;
+    int exclusionsHeld = 0;  // own-window exclusions alive now
 
     DisplayList displays() override { return displayList; }
     WindowList windows() override { return windowList; }
     QImage captureDisplay(const DisplayInfo &display) override;
     QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
     QImage captureWindow(const WindowInfo &window, double scale) override;
+    std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect) override;
 
     // A display at the given frame and scale whose image is a recognisable pattern.
     static DisplayInfo display(quint32 id, QRect frame, double scale);
@@ -105,7 +107,7 @@ public:
         backdropsDrawn += drawsOverlayBackdrops ? 1 : 0;
         return drawsOverlayBackdrops;
     }
-    void makeFloatingPanel(QWidget *widget) override { floatingPanels << widget; }
+    void makeFloatingPanel(QWidget *widget, PanelFocus) override { floatingPanels << widget; }
     bool compositing = true;
     bool isCompositing() override { return compositing; }
 };

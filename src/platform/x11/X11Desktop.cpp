@@ -299,10 +299,14 @@ bool X11Desktop::drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, Q
     return m_x11.images().write(pixels, window, geometry->depth, qPremultiply(dim.rgba()));
 }
 
-void X11Desktop::makeFloatingPanel(QWidget *widget)
+// Shown without activation, Qt gives the window a user time of 0, which tells
+// the window manager not to focus it; a panel that refuses the focus also
+// says so in its WM_HINTS, so that a click does not focus it either.
+void X11Desktop::makeFloatingPanel(QWidget *widget, PanelFocus focus)
 {
     widget->setAttribute(Qt::WA_ShowWithoutActivating);
-    addWindowFlags(widget, Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus);
+    addWindowFlags(widget, focus == PanelFocus::never ? Qt::WindowStaysOnTopHint | Qt::WindowDoesNotAcceptFocus
+                                                      : Qt::WindowStaysOnTopHint);
     xcb_ewmh_connection_t *ewmh = m_x11.ewmh();
     requestStates(m_x11, widget,
                   {ewmh->_NET_WM_STATE_STICKY, ewmh->_NET_WM_STATE_ABOVE, ewmh->_NET_WM_STATE_SKIP_TASKBAR,

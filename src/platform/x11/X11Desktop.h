@@ -27,7 +27,7 @@ public:
     void makeOverlay(QWindow *window) override;
     void giveKeyboardTo(QWindow *overlay) override;
     bool drawOverlayBackdrop(QWindow *overlay, const QImage &backdrop, QColor dim) override;
-    void makeFloatingPanel(QWidget *widget) override;
+    void makeFloatingPanel(QWidget *widget, PanelFocus focus) override;
     bool isCompositing() override;
 
 private:

@@ -4,6 +4,7 @@
 #include "platform/Error.h"
 #include "platform/x11/ScreenLayout.h"
 #include "platform/x11/X11Connection.h"
+#include "platform/x11/X11OwnWindowsExclusion.h"
 #include "platform/x11/X11WindowList.h"
 
 #include <xcb/composite.h>
@@ -57,18 +58,38 @@ QImage X11ScreenCapture::captureDisplay(const DisplayInfo &display)
     return m_x11.images().read(m_x11.root(), placementOf(layout, display).native, rootBounds());
 }
 
-// Our own windows are NOT left out here: without a compositor, X keeps no
+namespace {
+
+QRect nativeArea(const ScreenPlacement &screen, const QRectF &rect)
+{
+    return QRect(screen.toNative(rect.topLeft()),
+                 QSize(devicePixels(rect.width(), screen.scale), devicePixels(rect.height(), screen.scale)));
+}
+
+} // namespace
+
+// Without an exclusion our own windows show: without a compositor X keeps no
 // pixels of what they cover, and unmapping them for the instant of a capture
-// flickers and makes the window manager restack them. A caller with a panel
-// on screen (the scrolling capture's) must keep it outside the rectangle.
+// flickers and makes the window manager restack them.
 QImage X11ScreenCapture::captureRegion(const DisplayInfo &display, const QRectF &rect)
 {
     const ScreenLayout layout = ScreenLayout::current(m_x11);
     const ScreenPlacement &screen = placementOf(layout, display);
-    const QSize size(devicePixels(rect.width(), screen.scale), devicePixels(rect.height(), screen.scale));
+    const QRect area = nativeArea(screen, rect);
     // What lies off this display stays black: a neighbouring monitor never leaks in.
-    return m_x11.images().read(m_x11.root(), QRect(screen.toNative(rect.topLeft()), size),
-                         screen.native.intersected(rootBounds()));
+    const QRect bounds = screen.native.intersected(rootBounds());
+    QImage image = m_x11.images().read(m_x11.root(), area, bounds);
+    if (m_exclusion)
+        m_exclusion->uncover(image, area, bounds);
+    return image;
+}
+
+std::unique_ptr<OwnWindowsExclusion> X11ScreenCapture::excludeOwnWindows(const DisplayInfo &display,
+                                                                         const QRectF &rect)
+{
+    const ScreenLayout layout = ScreenLayout::current(m_x11);
+    return std::make_unique<X11OwnWindowsExclusion>(m_x11, nativeArea(placementOf(layout, display), rect),
+                                                    m_exclusion);
 }
 
 bool X11ScreenCapture::compositorRunning()

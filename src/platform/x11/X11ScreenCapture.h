@@ -5,6 +5,7 @@
 namespace pixmora {
 
 class X11Connection;
+class X11OwnWindowsExclusion;
 struct ScreenPlacement;
 
 // Screens and windows of an X11 desktop, read from the root window in device
@@ -18,12 +19,14 @@ public:
     QImage captureDisplay(const DisplayInfo &display) override;
     QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
     QImage captureWindow(const WindowInfo &window, double scale) override;
+    std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect) override;
 
 private:
     QRect rootBounds() const;
     bool compositorRunning();
 
     X11Connection &m_x11;
+    X11OwnWindowsExclusion *m_exclusion = nullptr;  // the one held, if any
 };
 
 } // namespace pixmora

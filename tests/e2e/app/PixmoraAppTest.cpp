@@ -51,6 +51,18 @@ bool samePixels(const QImage &a, const QImage &b)
     return !x.isNull() && x.size() == y.size();
 }
 
+// The first row where two equally sized images differ, -1 when none does.
+int firstDifferentRow(const QImage &a, const QImage &b)
+{
+    const QImage x = a.convertToFormat(QImage::Format_RGB888);
+    const QImage y = b.convertToFormat(QImage::Format_RGB888);
+    for (int row = 0; row < std::min(x.height(), y.height()); ++row) {
+        if (std::memcmp(x.constScanLine(row), y.constScanLine(row), size_t(std::min(x.width(), y.width())) * 3) != 0)
+            return row;
+    }
+    return -1;
+}
+
 int dotsPerInch(const QImage &image) { return qRound(image.dotsPerMeterX() * 0.0254); }
 
 // The real binary on a private desktop with a window manager and a tray host,
@@ -91,6 +103,17 @@ protected:
         desktop.run(QStringLiteral("scrot"), {QStringLiteral("-o"), QStringLiteral("-a"), rect, path}, 20000);
         return QImage(path);
     }
+    // A window's place on the root window, frame excluded (xwininfo, unlike xdotool, is exact).
+    QRect geometry(quint64 window)
+    {
+        const QString info = QString::fromLocal8Bit(
+            desktop.run(QStringLiteral("xwininfo"), {QStringLiteral("-id"), QString::number(window)}).output);
+        const auto value = [&](const QString &label) {
+            return QRegularExpression(label + QStringLiteral(":\\s+(-?\\d+)")).match(info).captured(1).toInt();
+        };
+        return QRect(value(QStringLiteral("Absolute upper-left X")), value(QStringLiteral("Absolute upper-left Y")),
+                     value(QStringLiteral("Width")), value(QStringLiteral("Height")));
+    }
     // Presses a shortcut and gives the overlay time to come up.
     void command(const QString &keys)
     {
@@ -111,6 +134,16 @@ protected:
         if (beforeRelease)
             beforeRelease();
         xdotool(QStringLiteral("mouseup 1"));
+    }
+    // Wheel notches down over the window under the pointer, `perStep` at a
+    // time, at the pace of a hand on a wheel.
+    void scrollDown(int notches, int perStep)
+    {
+        for (int done = 0; done < notches; done += perStep) {
+            xdotool(QStringLiteral("click --repeat %1 --delay 15 5").arg(std::min(perStep, notches - done)));
+            QThread::msleep(120);
+        }
+        QThread::msleep(700);  // the last frames are taken
     }
 
     // Starts Pixmora and waits for its tray icon, created just before the shortcuts are grabbed.
@@ -259,8 +292,10 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     ASSERT_TRUE(pixmora({QStringLiteral("save-to"), folder}).ok());
     EXPECT_EQ(saveFolder(), folder.toUtf8());
 
-    desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-hold -geometry 80x24+150+150 -e ls -l /usr/bin")));
-    desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T pick-me -hold -geometry 80x24+2000+300 -e ls -l /etc")));
+    const pid_t listing = desktop.start(QStringLiteral("xterm"),
+                                        args(QStringLiteral("-hold -geometry 80x24+150+150 -e ls -l /usr/bin")));
+    const pid_t pickMe = desktop.start(QStringLiteral("xterm"),
+                                       args(QStringLiteral("-T pick-me -hold -geometry 80x24+2000+300 -e ls -l /etc")));
     ASSERT_NE(desktop.waitForWindow(QStringLiteral("^pick-me$")), 0u);
     const pid_t app = startPixmora();
     const QImage before = screen(QRect(0, 0, 3840, 2160));
@@ -355,6 +390,8 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     EXPECT_TRUE(samePixels(spanning[0], spanning[1]));
     command(QStringLiteral("ctrl+shift+3"));
     EXPECT_TRUE(waitForFiles(folder, 10));
+    desktop.stop(listing);
+    desktop.stop(pickMe);
 
     // The running app follows its folder when renamed and forgets it when deleted.
     const QString renamed = home.filePath(QStringLiteral("Renamed Shots"));
@@ -433,3 +470,132 @@ TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
 }
 
 } // namespace
+
+// Pixmora running on the test's own desktop.
+class ScrollingCaptureTest : public PixmoraAppTest {
+protected:
+    void SetUp() override
+    {
+        startPixmora();
+    }
+    QImage nextCapture(qsizetype before)
+    {
+        return waitForFiles(history, before + 1) ? newestImage(history) : QImage();
+    }
+    quint64 hud() { return desktop.waitForWindow(QStringLiteral("^Pixmora Scrolling Capture$"), 5000); }
+};
+
+// A document no one tuned to the stitcher, scrolled with the wheel at a
+// user's pace; the rectangle fills the screen's height, so the panel sits
+// inside it for the whole capture and must not show in any frame.
+TEST_F(ScrollingCaptureTest, ADocumentScrolledByWheelComesOutExactlyAsTheDocument)
+{
+    const QString truthPath = home.filePath(QStringLiteral("truth.png"));
+    const QString reportPath = home.filePath(QStringLiteral("viewport.txt"));
+    const pid_t program = desktop.start(qEnvironmentVariable("PIXMORA_SCROLL_DOCUMENT"),
+                                        {QStringLiteral("--truth"), truthPath, QStringLiteral("--report"), reportPath,
+                                         QStringLiteral("-geometry"), QStringLiteral("736x2090+2100+40")});
+    QFile report(reportPath);
+    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return report.exists() && report.size() > 0; }, 10000));
+    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
+    const QList<QByteArray> numbers = report.readAll().simplified().split(' ');
+    ASSERT_EQ(numbers.size(), 4);
+    const QRect viewport(numbers[0].toInt(), numbers[1].toInt(), numbers[2].toInt(), numbers[3].toInt());
+    const QImage truth(truthPath);
+    ASSERT_FALSE(truth.isNull());
+    const QByteArray active = xdotool(QStringLiteral("getactivewindow")).output;
+
+    // RIGHT is at scale 1: points are pixels.
+    const QRect selection = viewport.adjusted(10, 10, -12, -10);
+    const qsizetype before = pngFiles(history).size();
+    command(QStringLiteral("ctrl+shift+4"));
+    drag(selection.topLeft(), selection.bottomRight() + QPoint(1, 1));
+    const QRect panel = geometry(hud());
+    EXPECT_EQ(panel.size(), QSize(300, 117));
+    EXPECT_EQ(panel.bottom() + 1, selection.bottom() + 1 - 12) << "inside the rectangle, 12 points over its bottom";
+    EXPECT_EQ(panel.center().x(), selection.center().x());
+    EXPECT_EQ(xdotool(QStringLiteral("getactivewindow")).output, active) << "the HUD left the focus where it was";
+
+    mouse(viewport.center());
+    const int notches = 42;  // 60 pixels each in a Qt scroll area
+    scrollDown(notches, 3);
+    mouse(panel.topLeft() + QPoint(198 + 44, 77 + 14), QStringLiteral("click 1"));  // Done
+    const QImage captured = nextCapture(before);
+    EXPECT_EQ(captured.size(), QSize(selection.width(), selection.height() + notches * 60));
+    EXPECT_EQ(firstDifferentRow(captured, truth.copy(10, 10, selection.width(), captured.height())), -1);
+    EXPECT_EQ(dotsPerInch(captured), 72);
+    EXPECT_EQ(hud(), 0u) << "the HUD is gone";
+
+    // After a click into the HUD, Escape cancels; nothing is delivered.
+    const QRect shorter(selection.topLeft(), QSize(selection.width(), 600));
+    command(QStringLiteral("ctrl+shift+4"));
+    drag(shorter.topLeft(), shorter.bottomRight() + QPoint(1, 1));
+    const QRect below = geometry(hud());
+    EXPECT_EQ(below.top(), shorter.bottom() + 1 + 12) << "12 points below the rectangle";
+    mouse(below.topLeft() + QPoint(150, 20), QStringLiteral("click 1"));
+    QThread::msleep(200);
+    command(QStringLiteral("Escape"));
+    EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return !xdotool(QStringLiteral("search --name ^Pixmora.Scrolling")).ok(); }, 3000));
+    EXPECT_EQ(pngFiles(history).size(), before + 1);
+    desktop.stop(program);
+}
+
+// Lines that differ in a digit or two, which only exact alignment tells
+// apart; each band of the result must be the terminal's own rendering of
+// the line that belongs there, so a line twice or missing shows at once.
+TEST_F(ScrollingCaptureTest, NumberedTerminalLinesComeOutEachOnceInOrder)
+{
+    const int rows = 40;
+    const pid_t terminal = desktop.start(
+        QStringLiteral("xterm"),
+        {QStringLiteral("-T"), QStringLiteral("numbered"), QStringLiteral("-fa"), QStringLiteral("DejaVu Sans Mono"),
+         QStringLiteral("-fs"), QStringLiteral("12"), QStringLiteral("-sl"), QStringLiteral("4000"),
+         QStringLiteral("-geometry"), QStringLiteral("90x%1+2100+100").arg(rows), QStringLiteral("-xrm"),
+         QStringLiteral("XTerm*VT100.translations: #override <Key>F1: scroll-to(begin)\\n"
+                        "<Key>F2: scroll-forw(%1,line)").arg(rows),
+         QStringLiteral("-e"), QStringLiteral("sh"), QStringLiteral("-c"),
+         QStringLiteral("seq -f 'line %05g of a long document' 1 3000; exec sleep 100000")});
+    const quint64 window = desktop.waitForWindow(QStringLiteral("^numbered$"));
+    ASSERT_NE(window, 0u);
+    QThread::msleep(500);
+    const QRect frame = geometry(window);
+    const int border = 2;  // xterm's internal border
+    ASSERT_EQ((frame.height() - 2 * border) % rows, 0) << frame.height();
+    const int lineHeight = (frame.height() - 2 * border) / rows;
+    const QRect text(frame.x() + border, frame.y() + border, frame.width() - 2 * border, rows * lineHeight);
+    // F1 and F2 go to the focused window: synthetic key events are ignored.
+    const auto toTerminal = [&](const QString &key) {
+        xdotool(QStringLiteral("windowactivate --sync %1").arg(window));
+        xdotool(QStringLiteral("key ") + key);
+        QThread::msleep(300);
+    };
+    toTerminal(QStringLiteral("F1"));
+
+    const qsizetype before = pngFiles(history).size();
+    command(QStringLiteral("ctrl+shift+4"));
+    drag(text.topLeft(), text.bottomRight() + QPoint(1, 1));
+    const QRect panel = geometry(hud());
+    ASSERT_FALSE(panel.isEmpty());
+    mouse(text.center());
+    const int notches = 24;  // 5 lines each
+    scrollDown(notches, 1);
+    mouse(panel.topLeft() + QPoint(198 + 44, 77 + 14), QStringLiteral("click 1"));  // Done
+    const QImage captured = nextCapture(before);
+    const int lines = rows + notches * 5;
+    ASSERT_EQ(captured.size(), QSize(text.width(), lines * lineHeight));
+
+    // The terminal's rendering of the same lines, a screenful at a time.
+    QImage expected(text.width(), lines * lineHeight, QImage::Format_RGB32);
+    QPainter painter(&expected);
+    toTerminal(QStringLiteral("F1"));
+    for (int top = 0; top < lines; top += rows) {
+        painter.drawImage(0, top * lineHeight, screen(text));
+        toTerminal(QStringLiteral("F2"));
+    }
+    painter.end();
+    for (int line = 0; line < lines; ++line) {
+        const QRect band(0, line * lineHeight, text.width(), lineHeight);
+        ASSERT_TRUE(samePixels(captured.copy(band), expected.copy(band))) << "line " << line + 1 << " of " << lines;
+    }
+    desktop.stop(terminal);
+}

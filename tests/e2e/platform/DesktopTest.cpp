@@ -119,7 +119,7 @@ TEST_F(DesktopTest, FloatingPanelIsStickyAboveAndNeverTakesTheFocus)
 
     SolidWindow panel(Qt::yellow, QRect(3500, 1900, 300, 200));
     panel.setWindowFlag(Qt::FramelessWindowHint);
-    desktop.makeFloatingPanel(&panel);
+    desktop.makeFloatingPanel(&panel, Desktop::PanelFocus::never);
     panel.show();
     ASSERT_TRUE(QTest::qWaitForWindowExposed(&panel));
     const quint64 window = panel.winId();

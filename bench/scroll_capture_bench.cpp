@@ -1,0 +1,142 @@
+// One tick of a scrolling capture on the main thread, as the user meets it:
+// an 800 x 600 point rectangle at scale 2 (1600 x 1200 pixels) captured from
+// a real X server, with the HUD on screen, and appended to the stitched
+// image, while a long document in another program scrolls five wheel
+// notches (300 pixels) between ticks. Starts its own virtual desktop; needs
+// Xvfb, openbox and xdotool. Prints the first tick that appends, the median
+// and the tick after 5 s of idleness.
+//
+//   scroll_capture_bench [ticks]
+
+#include "VirtualDesktop.h"
+#include "platform/x11/X11Platform.h"
+#include "scroll/ScrollCaptureController.h"
+#include "scroll/ScrollHUDPanel.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <algorithm>
+#include <cstdio>
+#include <optional>
+#include <vector>
+
+using namespace pixmora;
+using pixmora::e2e::VirtualDesktop;
+
+namespace {
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values.empty() ? 0 : values[values.size() / 2];
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    std::optional<VirtualDesktop> desktop;
+    try {
+        VirtualDesktop::Options options;
+        options.monitors = VirtualDesktop::leftAndRight(options.size);
+        options.windowManager = true;
+        options.sessionBus = true;
+        desktop.emplace(options);
+    } catch (const std::exception &error) {
+        std::fprintf(stderr, "cannot start the virtual desktop: %s\n", error.what());
+        return 1;
+    }
+    qputenv("QT_SCREEN_SCALE_FACTORS", "LEFT=2;RIGHT=1");
+    QApplication app(argc, argv);  // after the desktop, so that Qt disconnects before the server goes
+    const int ticks = std::max(5, app.arguments().value(1, QStringLiteral("60")).toInt());
+
+    QTemporaryDir scratch;
+    const QString report = scratch.filePath(QStringLiteral("viewport.txt"));
+    desktop->start(QCoreApplication::applicationDirPath() + QStringLiteral("/../tests/pixmora_scroll_document"),
+                   {QStringLiteral("--width"), QStringLiteral("1700"), QStringLiteral("--repeat"), QStringLiteral("8"),
+                    QStringLiteral("--report"), report, QStringLiteral("-geometry"),
+                    QStringLiteral("1720x1400+40+40")});
+    QFile place(report);
+    if (!VirtualDesktop::waitUntil([&] { return place.exists() && place.size() > 0; }, 15000)
+        || !place.open(QIODevice::ReadOnly)) {
+        std::fprintf(stderr, "the document did not show\n");
+        return 1;
+    }
+    const QList<QByteArray> numbers = place.readAll().simplified().split(' ');
+    const QPoint viewport(numbers.value(0).toInt(), numbers.value(1).toInt());
+    const auto xdotool = [&](const QString &line) {
+        desktop->run(QStringLiteral("xdotool"), line.split(QLatin1Char(' ')));
+    };
+    xdotool(QStringLiteral("mousemove %1 %2").arg(viewport.x() + 800).arg(viewport.y() + 600));
+
+    X11Platform x11;
+    const Platform platform = x11.platform();
+    const DisplayList displays = platform.screens.displays();
+    const auto left = std::ranges::find(displays, 2.0, &DisplayInfo::scale);
+    if (left == displays.end()) {
+        std::fprintf(stderr, "no display at scale 2\n");
+        return 1;
+    }
+    // LEFT starts at the desktop's origin: its points are half its pixels.
+    const QRectF rect((viewport.x() + 20) / 2.0, (viewport.y() + 20) / 2.0, 800, 600);
+    bool ended = false;
+    ScrollCaptureController capture(platform.screens, platform.desktop, *left, rect,
+                                    [&](std::optional<QImage>) { ended = true; });
+    capture.showHUD();
+    capture.begin();
+    QElapsedTimer settle;
+    settle.start();
+    while (settle.elapsed() < 500)
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 50);
+
+    // Events are not processed between ticks: the capture's own clock must not take the frames timed here.
+    const auto scrollAndTick = [&] {
+        xdotool(QStringLiteral("click --repeat 5 --delay 5 5"));
+        QThread::msleep(100);  // the document repaints
+        const QString before = capture.hud()->status();
+        QElapsedTimer clock;
+        clock.start();
+        capture.captureTick();
+        const double ms = clock.nsecsElapsed() / 1e6;
+        return std::pair{ms, capture.hud()->status() != before};
+    };
+    std::vector<double> times, captures;
+    int appended = 0;
+    for (int tick = 0; tick < ticks && !ended; ++tick) {
+        const auto [ms, grew] = scrollAndTick();
+        times.push_back(ms);
+        appended += grew ? 1 : 0;
+        // The capture's share of the tick, with the same exclusion in force.
+        QElapsedTimer clock;
+        clock.start();
+        platform.screens.captureRegion(*left, rect);
+        captures.push_back(clock.nsecsElapsed() / 1e6);
+    }
+    const QString status = capture.hud()->status();
+    QThread::sleep(5);
+    const auto [afterIdle, grewAfterIdle] = scrollAndTick();
+
+    std::printf("ticks                                 %zu, %d of them appended (%s)\n", times.size(), appended,
+                qPrintable(status));
+    std::printf("one tick: capture 1600 x 1200 + append  first %.2f ms, median %.2f ms (min %.2f, max %.2f)\n",
+                times.front(), median(times), *std::min_element(times.begin(), times.end()),
+                *std::max_element(times.begin(), times.end()));
+    std::printf("of which the capture alone            median %.2f ms\n", median(captures));
+    std::printf("tick after 5 s idle                   %.2f ms (%s)\n", afterIdle,
+                grewAfterIdle ? "appended" : "nothing appended");
+    capture.cancel();
+    std::vector<double> bare;
+    for (int round = 0; round < 20; ++round) {
+        QElapsedTimer clock;
+        clock.start();
+        platform.screens.captureRegion(*left, rect);
+        bare.push_back(clock.nsecsElapsed() / 1e6);
+    }
+    std::printf("the capture once the HUD has gone     median %.2f ms\n", median(bare));
+    return 0;
+}

@@ -1,0 +1,217 @@
+#include "ScrollScenario.h"
+#include "platform/Error.h"
+#include "platform/fake/FakePlatform.h"
+#include "scroll/ScrollCaptureController.h"
+#include "scroll/ScrollHUDPanel.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QPainter>
+#include <QPushButton>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+using namespace pixmora;
+
+namespace {
+
+// Display 1 is 400 x 300 points at scale 2 and shows a long document from
+// row `top` on; the rectangle (0, 50, w, 150) takes its rows top + 100 to top + 400.
+class ScrollCaptureTest : public ::testing::Test {
+protected:
+    static constexpr int viewportTop = 100, frameRows = 300;
+
+    ScrollCaptureTest()
+    {
+        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+        fake.screens.displayList = {display};
+        useDocument(800, 4000);
+    }
+    ~ScrollCaptureTest() override
+    {
+        controller.reset();
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+        QLocale::setDefault(QLocale::system());
+    }
+
+    void useDocument(int width, int height)
+    {
+        std::mt19937 random(13);
+        document = synthetic::makeDocument(width, height, frameRows, synthetic::DocumentStyle::varied, random);
+        scrollTo(0);
+    }
+    void scrollTo(int top)
+    {
+        QImage shown(800, 600, QImage::Format_RGB32);
+        shown.fill(Qt::gray);
+        QPainter(&shown).drawImage(0, 0, document.copy(0, top, document.width(), 600));
+        fake.screens.displayImages[display.id] = shown;
+    }
+    QImage documentRows(int first, int count) const { return document.copy(0, first, document.width(), count); }
+
+    // Shows the HUD and takes the first frame.
+    void open(double width = 400)
+    {
+        controller = std::make_unique<ScrollCaptureController>(
+            fake.screens, fake.desktop, display, QRectF(0, 50, width, 150),
+            [this](std::optional<QImage> image) { results.push_back(std::move(image)); });
+        controller->showHUD();
+        controller->begin();
+        QCoreApplication::processEvents();
+    }
+    ScrollHUDPanel &hud() { return *controller->hud(); }
+
+    const DisplayInfo display = FakeScreenCapture::display(1, {0, 0, 400, 300}, 2.0);
+    FakePlatform fake;
+    QImage document;
+    std::unique_ptr<ScrollCaptureController> controller;
+    std::vector<std::optional<QImage>> results;
+};
+
+TEST_F(ScrollCaptureTest, StitchesWhatScrollsByShowsItAndDeliversItOnceOnDone)
+{
+    open();
+    EXPECT_EQ(fake.screens.exclusionsHeld, 1) << "our windows are left out of every frame";
+    EXPECT_TRUE(fake.desktop.floatingPanels.contains(&hud()));
+    EXPECT_TRUE(hud().isVisible());
+    EXPECT_EQ(hud().status(), "150 px — scroll on, then click Done");
+
+    scrollTo(100);
+    controller->captureTick();
+    EXPECT_EQ(hud().status(), "200 px — scroll on, then click Done");
+    fake.screens.beforeDisplayCapture = [](const DisplayInfo &) { throw Error("The display is asleep."); };
+    controller->captureTick();  // skipped
+    fake.screens.beforeDisplayCapture = nullptr;
+    scrollTo(600);  // further than a frame can be aligned
+    controller->captureTick();
+    EXPECT_EQ(hud().hint(), "Couldn't align — scroll a bit slower.");
+    EXPECT_EQ(hud().status(), "200 px — scroll on, then click Done");
+    scrollTo(250);  // back in step with the last frame that was taken
+    controller->captureTick();
+    EXPECT_EQ(hud().hint(), "");
+    EXPECT_EQ(hud().status(), "275 px — scroll on, then click Done");
+
+    controller->finish();
+    ASSERT_EQ(results.size(), 1u);
+    ASSERT_TRUE(results[0]);
+    EXPECT_TRUE(synthetic::samePixels(*results[0], documentRows(viewportTop, 250 + frameRows)));
+    EXPECT_TRUE(controller->isFinished());
+    EXPECT_EQ(fake.screens.exclusionsHeld, 0);
+    EXPECT_FALSE(hud().isVisible());
+
+    // Done twice, Cancel after Done, a frame after the end: nothing more.
+    const int captures = fake.screens.displayCaptureCount;
+    controller->finish();
+    controller->cancel();
+    scrollTo(300);
+    controller->captureTick();
+    EXPECT_EQ(results.size(), 1u);
+    EXPECT_EQ(fake.screens.displayCaptureCount, captures);
+}
+
+// Keys reach the HUD once it has been clicked; Done right after the first
+// frame delivers that frame unchanged.
+TEST_F(ScrollCaptureTest, CancelAndDoneFromTheButtonsAndKeys)
+{
+    const std::function<void(ScrollHUDPanel &)> actions[] = {
+        [](ScrollHUDPanel &panel) { QTest::keyClick(&panel, Qt::Key_Escape); },
+        [](ScrollHUDPanel &panel) { QTest::mouseClick(panel.cancelButton(), Qt::LeftButton); },
+        [](ScrollHUDPanel &panel) { QTest::keyClick(&panel, Qt::Key_Return); },
+        [](ScrollHUDPanel &panel) { QTest::mouseClick(panel.doneButton(), Qt::LeftButton); },
+    };
+    for (size_t i = 0; i < std::size(actions); ++i) {
+        results.clear();
+        scrollTo(0);
+        open();
+        actions[i](hud());
+        ASSERT_EQ(results.size(), 1u) << i;
+        const bool done = i >= 2;
+        ASSERT_EQ(results[0].has_value(), done) << i;
+        if (done) {
+            EXPECT_TRUE(synthetic::samePixels(*results[0], documentRows(viewportTop, frameRows)));
+        }
+        // A frame that arrives after the end is ignored.
+        scrollTo(50);
+        controller->captureTick();
+        EXPECT_EQ(results.size(), 1u);
+    }
+}
+
+TEST_F(ScrollCaptureTest, TheLimitDeliversWithoutAClick)
+{
+    useDocument(100, 24800);
+    open(50);  // 100 pixels wide
+    for (int top = 250; results.empty() && top < 24800 - 600; top += 250) {
+        scrollTo(top);
+        controller->captureTick();
+    }
+    ASSERT_EQ(results.size(), 1u);
+    ASSERT_TRUE(results[0]);
+    EXPECT_EQ(results[0]->height(), ScrollCaptureController::maxTotalHeight);
+    EXPECT_TRUE(synthetic::samePixels(*results[0], documentRows(viewportTop, 24000)));
+    EXPECT_EQ(hud().status(), "12,000 px — scroll on, then click Done");
+    EXPECT_FALSE(hud().isVisible());
+}
+
+TEST_F(ScrollCaptureTest, FramesTooNarrowToStitchDeliverNothing)
+{
+    open(3);  // 6 pixels wide
+    scrollTo(100);
+    controller->captureTick();
+    EXPECT_EQ(hud().status(), "Scroll down through the content…");
+    controller->finish();
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_FALSE(results[0]);
+}
+
+TEST_F(ScrollCaptureTest, ADisplayThatGoesAwayEndsTheCapture)
+{
+    // Gone before the first frame: nothing to deliver.
+    fake.screens.displayList.clear();
+    open();
+    ASSERT_EQ(results.size(), 1u);
+    EXPECT_FALSE(results[0]);
+    EXPECT_EQ(fake.screens.displayCaptureCount, 0);
+
+    // Gone later: what was stitched is delivered.
+    results.clear();
+    fake.screens.displayList = {display};
+    open();
+    fake.screens.displayList.clear();
+    emit qGuiApp->screenRemoved(QGuiApplication::primaryScreen());
+    ASSERT_EQ(results.size(), 1u);
+    ASSERT_TRUE(results[0]);
+    EXPECT_TRUE(synthetic::samePixels(*results[0], documentRows(viewportTop, frameRows)));
+    EXPECT_EQ(fake.screens.exclusionsHeld, 0);
+}
+
+// The usable part of a 1000 x 800 screen is 760 high; the HUD is 300 x 117.
+TEST(ScrollHUDPlacement, BelowElseAboveElseInsideAndAlwaysWithinTheSides)
+{
+    const QRectF visible(0, 0, 1000, 760);
+    const QSizeF hud(300, 117);
+    const std::tuple<QRectF, QRectF, QPointF> cases[] = {
+        {QRectF(100, 100, 400, 200), visible, {150, 312}},          // 12 below, centred
+        {QRectF(100, 600, 400, 100), visible, {150, 471}},          // no room below: 12 above
+        {QRectF(100, 0, 400, 760), visible, {150, 631}},            // fills the height: inside, 12 over its bottom
+        {QRectF(0, 100, 100, 100), visible, {8, 212}},              // the left side
+        {QRectF(900, 100, 100, 100), visible, {692, 212}},          // the right side
+        {QRectF(1100, 24, 400, 736), QRectF(1000, 24, 1000, 736), {1150, 631}},  // under a top panel
+    };
+    for (const auto &[rect, usable, expected] : cases)
+        EXPECT_EQ(ScrollCaptureController::hudPosition(rect, hud, usable), expected) << qPrintable(QDebug::toString(rect));
+}
+
+TEST(ScrollHUDStatus, HeightInPointsGroupedAsTheLocaleGroups)
+{
+    QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
+    EXPECT_EQ(ScrollCaptureController::statusText(2400, 2.0), "1,200 px — scroll on, then click Done");
+    EXPECT_EQ(ScrollCaptureController::statusText(2401, 2.0), "1,200 px — scroll on, then click Done");
+    EXPECT_EQ(ScrollCaptureController::statusText(999, 1.0), "999 px — scroll on, then click Done");
+    QLocale::setDefault(QLocale(QLocale::German, QLocale::Germany));
+    EXPECT_EQ(ScrollCaptureController::statusText(24000, 1.0), "24.000 px — scroll on, then click Done");
+    QLocale::setDefault(QLocale::system());
+}
+
+} // namespace
