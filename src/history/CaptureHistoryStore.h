@@ -11,7 +11,8 @@ namespace pixmora {
 
 // A private folder holding the most recent captures as PNG files named by
 // their capture time in UTC. The names are the only index, so files added or
-// deleted behind the store's back show up at the next listing.
+// deleted behind the store's back show up at the next listing. Only the user
+// may enter the folder (0700) or read its captures (0600).
 class CaptureHistoryStore {
 public:
     struct Entry {
@@ -30,6 +31,10 @@ public:
 
     explicit CaptureHistoryStore(QString directory);
 
+    // At start: makes the folder and its captures private again, and removes
+    // what interrupted writes left behind.
+    void secure();
+
     // Writes an already encoded PNG and trims the history; the file's path,
     // or nothing when it could not be written.
     std::optional<QString> add(const QByteArray &png, const QDateTime &date);
@@ -44,6 +49,7 @@ public:
     void removeAll();
 
 private:
+    bool makeFolder() const;
     QString freeFileName(const QDateTime &date) const;
 
     QString m_directory;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/LocalSecurity.h"
 #include "platform/Platform.h"
 
 #include <QImage>
@@ -120,6 +121,27 @@ public:
     std::optional<QByteArray> create(const QString &folder) override;
     std::optional<Resolved> resolve(const QByteArray &bookmark) override;
     bool isInTrash(const QString &path) override { return trashed.contains(path); }
+};
+
+// Real files, with owners and peers that a test can make up: a path listed in
+// `owners` reads as owned by that user, and connections come from `peerUser`.
+class FakeLocalSecurity : public LocalSecurity {
+public:
+    uint user = 1000;
+    std::optional<uint> peerUser = 1000;
+    QMap<QString, uint> owners;   // path -> owner; others belong to `user`
+    QMap<QString, int> modes;     // path -> mode; others read their real mode
+    QStringList lockedByOthers;
+    QStringList locks;            // taken by this process
+    QList<qint64> runningProcesses;
+
+    uint userId() override { return user; }
+    FileStatus status(const QString &path) override;
+    std::optional<QString> makePrivateFolder(const QString &path) override;
+    std::optional<uint> peerUserId(qintptr) override { return peerUser; }
+    Lock lockForLife(const QString &path) override;
+    bool isLocked(const QString &path) override { return lockedByOthers.contains(path) || locks.contains(path); }
+    bool isProcessRunning(qint64 pid) override { return runningProcesses.contains(pid); }
 };
 
 struct FakePlatform {
