@@ -4,7 +4,7 @@ set -euo pipefail
 
 build_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libqt6svg6 zlib1g-dev
     libxcb1-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-keysyms1-dev libxcb-composite0-dev
-    libxcb-xfixes0-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-xtest0-dev libglib2.0-dev
+    libxcb-xfixes0-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-xtest0-dev libxcb-xkb-dev libglib2.0-dev
     libgtest-dev libgmock-dev libbenchmark-dev)
 # A real X desktop for the end-to-end tests, and for running without a screen.
 desktop_packages=(xvfb openbox trayer xdotool x11-xserver-utils x11-utils xclip imagemagick xterm

@@ -7,6 +7,7 @@
 #include "capture/FullScreenCaptureFlow.h"
 #include "capture/ScrollingCaptureFlow.h"
 #include "capture/WindowCaptureFlow.h"
+#include "platform/AtomicFile.h"
 #include "platform/Logging.h"
 
 #include <QCursor>
@@ -42,6 +43,12 @@ AppDelegate::~AppDelegate() = default;
 
 void AppDelegate::applicationDidFinishLaunching()
 {
+    m_settings.secure();
+    if (m_history)
+        m_history->secure();
+    if (const std::optional<QString> folder = m_saveLocation.currentFolder())
+        removeAbandonedWrites(*folder, isCaptureFileName);
+
     if (!m_settings.didAskLaunchAtLogin()) {
         m_settings.setDidAskLaunchAtLogin(true);
         if (!m_platform.loginItem.isEnabled())
@@ -128,34 +135,41 @@ void AppDelegate::finishCaptureFlow(const CaptureOutcome &outcome)
     m_captureFlowActive = false;
 }
 
-void AppDelegate::startRegionCapture()
+std::unique_ptr<CaptureFlow> AppDelegate::newCaptureFlow(CaptureMode mode)
 {
-    if (beginCaptureFlow())
-        runCaptureFlow(std::make_unique<AreaCaptureFlow>(m_platform.screens, m_platform.desktop));
+    switch (mode) {
+    case CaptureMode::area:
+        return std::make_unique<AreaCaptureFlow>(m_platform.screens, m_platform.desktop);
+    case CaptureMode::window:
+        return std::make_unique<WindowCaptureFlow>(m_platform.screens, m_platform.desktop, m_settings.windowShadow());
+    case CaptureMode::scrolling:
+        return std::make_unique<ScrollingCaptureFlow>(m_platform.screens, m_platform.desktop, m_platform.dialogs);
+    case CaptureMode::fullScreen:
+        break;
+    }
+    return std::make_unique<FullScreenCaptureFlow>(m_platform.screens);
 }
 
-void AppDelegate::startWindowCapture()
+void AppDelegate::startCapture(CaptureMode mode)
 {
     if (beginCaptureFlow())
-        runCaptureFlow(
-            std::make_unique<WindowCaptureFlow>(m_platform.screens, m_platform.desktop, m_settings.windowShadow()));
+        runCaptureFlow(newCaptureFlow(mode));
 }
 
-void AppDelegate::startFullScreenCapture()
+void AppDelegate::startRegionCapture() { startCapture(CaptureMode::area); }
+void AppDelegate::startWindowCapture() { startCapture(CaptureMode::window); }
+void AppDelegate::startFullScreenCapture() { startCapture(CaptureMode::fullScreen); }
+
+bool AppDelegate::finishRunningScrollCapture()
 {
-    if (beginCaptureFlow())
-        runCaptureFlow(std::make_unique<FullScreenCaptureFlow>(m_platform.screens));
+    auto *scrolling = qobject_cast<ScrollingCaptureFlow *>(m_captureFlow.get());
+    return scrolling && scrolling->finishScrollCapture();
 }
 
 void AppDelegate::startScrollingCapture()
 {
-    // Neither guard nor a new flow: the running capture ends as with Done.
-    if (auto *scrolling = qobject_cast<ScrollingCaptureFlow *>(m_captureFlow.get());
-        scrolling && scrolling->finishScrollCapture())
-        return;
-    if (beginCaptureFlow())
-        runCaptureFlow(
-            std::make_unique<ScrollingCaptureFlow>(m_platform.screens, m_platform.desktop, m_platform.dialogs));
+    if (!finishRunningScrollCapture())
+        startCapture(CaptureMode::scrolling);
 }
 
 void AppDelegate::captureFullScreenFromMenu()
@@ -325,19 +339,29 @@ void AppDelegate::showInstructions()
     showAlert(QStringLiteral("Instructions"), lines.join(QLatin1Char('\n')));
 }
 
-QString AppDelegate::runRemoteCommand(const QStringList &arguments)
+void AppDelegate::runRemoteCommand(const QStringList &arguments,
+                                   const std::function<void(const std::optional<QString> &refusal)> &answer)
 {
-    static const QMap<QString, void (AppDelegate::*)()> captures{
-        {QStringLiteral("area"), &AppDelegate::startRegionCapture},
-        {QStringLiteral("window"), &AppDelegate::startWindowCapture},
-        {QStringLiteral("screen"), &AppDelegate::startFullScreenCapture},
-        {QStringLiteral("scrolling"), &AppDelegate::startScrollingCapture},
+    static const QMap<QString, CaptureMode> captures{
+        {QStringLiteral("area"), CaptureMode::area},
+        {QStringLiteral("window"), CaptureMode::window},
+        {QStringLiteral("screen"), CaptureMode::fullScreen},
+        {QStringLiteral("scrolling"), CaptureMode::scrolling},
     };
-    if (arguments.size() == 2 && arguments[0] == QLatin1String("capture") && captures.contains(arguments[1])) {
-        QTimer::singleShot(0, this, captures.value(arguments[1]));
-        return {};
+    if (arguments.size() != 2 || arguments[0] != QLatin1String("capture") || !captures.contains(arguments[1])) {
+        answer(QStringLiteral("unknown command: %1").arg(arguments.join(QLatin1Char(' '))));
+        return;
     }
-    return QStringLiteral("unknown command: %1").arg(arguments.join(QLatin1Char(' ')));
+    if (captures.value(arguments[1]) == CaptureMode::scrolling && finishRunningScrollCapture()) {
+        answer(std::nullopt);
+        return;
+    }
+    if (!beginCaptureFlow()) {
+        answer(QStringLiteral("a capture is already in progress"));
+        return;
+    }
+    answer(std::nullopt);
+    runCaptureFlow(newCaptureFlow(captures.value(arguments[1])));
 }
 
 } // namespace pixmora

@@ -14,6 +14,8 @@
 
 #include <QObject>
 
+#include <functional>
+
 #include <memory>
 #include <optional>
 #include <vector>
@@ -71,8 +73,11 @@ public:
     void showInstructions();
 
     // Runs a command line forwarded by a second start ("capture screen", ...).
-    // Answers an empty text on success, otherwise the reason.
-    QString runRemoteCommand(const QStringList &arguments);
+    // The answer comes as soon as it is known whether the command runs (the
+    // capture has taken the one-flow guard, or why not), before the capture
+    // does anything, so that a command never waits on an alert of it.
+    void runRemoteCommand(const QStringList &arguments,
+                          const std::function<void(const std::optional<QString> &refusal)> &answer);
 
     static constexpr int fullScreenMenuDelayMs = 400;
     static constexpr int fullScreenDelayedMs = 5000;
@@ -87,6 +92,11 @@ public:
     HistoryWindowController *historyWindow() const { return m_historyWindow.get(); }
 
 private:
+    enum class CaptureMode { area, window, fullScreen, scrolling };
+    // A second scrolling command ends the running scrolling capture as Done does.
+    bool finishRunningScrollCapture();
+    std::unique_ptr<CaptureFlow> newCaptureFlow(CaptureMode mode);
+    void startCapture(CaptureMode mode);
     bool beginCaptureFlow();
     void runCaptureFlow(std::unique_ptr<CaptureFlow> flow);
     void finishCaptureFlow(const CaptureOutcome &outcome);

@@ -12,4 +12,7 @@ QString captureDateText(const QDateTime &moment);
 // "Screenshot <date text> (N).png" for the image at position N >= 2.
 QString captureFileName(const QString &dateText, int position = 1);
 
+// True for exactly the names that captureFileName makes.
+bool isCaptureFileName(const QString &name);
+
 } // namespace pixmora

@@ -2,6 +2,44 @@
 
 namespace pixmora {
 
+QString printable(const QString &text)
+{
+    QString result;
+    result.reserve(text.size());
+    for (qsizetype index = 0; index < text.size(); ++index) {
+        const QChar c = text[index];
+        // A surrogate pair is one printable character; a lone surrogate is not.
+        if (c.isHighSurrogate() && index + 1 < text.size() && text[index + 1].isLowSurrogate()) {
+            const char32_t code = QChar::surrogateToUcs4(c, text[index + 1]);
+            if (QChar::category(code) != QChar::Other_Format) {
+                result += c;
+                result += text[++index];
+                continue;
+            }
+        }
+        const QChar::Category category = c.category();
+        const bool unsafe = category == QChar::Other_Control || category == QChar::Other_Format
+                            || category == QChar::Separator_Line || category == QChar::Separator_Paragraph
+                            || category == QChar::Other_Surrogate || category == QChar::Other_NotAssigned
+                            || c == QChar::ReplacementCharacter;
+        if (c == QLatin1Char('\\'))
+            result += QLatin1String("\\\\");
+        else if (c == QLatin1Char('\n'))
+            result += QLatin1String("\\n");
+        else if (c == QLatin1Char('\t'))
+            result += QLatin1String("\\t");
+        else if (c == QLatin1Char('\r'))
+            result += QLatin1String("\\r");
+        else if (unsafe && c.unicode() < 0x100)
+            result += QStringLiteral("\\x%1").arg(c.unicode(), 2, 16, QLatin1Char('0'));
+        else if (unsafe)
+            result += QStringLiteral("\\u%1").arg(c.unicode(), 4, 16, QLatin1Char('0'));
+        else
+            result += c;
+    }
+    return result;
+}
+
 QString usageText()
 {
     return QStringLiteral(

@@ -16,4 +16,10 @@ struct CommandLine {
 CommandLine parseCommandLine(const QStringList &arguments);
 QString usageText();
 
+// Text from outside (a path, an argument, the tray's answer) made safe for a
+// terminal and unambiguous: a backslash becomes \\, control and format
+// characters (escape sequences, line breaks, bidirectional overrides) become
+// \n, \t, \r or \xHH / \uHHHH, so every printed path takes exactly one line.
+QString printable(const QString &text);
+
 } // namespace pixmora

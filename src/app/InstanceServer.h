@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/InstanceLocation.h"
+
 #include <QObject>
 #include <QStringList>
 
@@ -10,29 +12,35 @@ class QLocalServer;
 
 namespace pixmora {
 
+class LocalSecurity;
+
 // One Pixmora per user and display: the first start serves, later starts hand
-// it their command line over a local socket and exit.
+// it their command line (InstanceClient). Only the user's own processes are
+// served; anyone else is hung up on.
 class InstanceServer : public QObject {
     Q_OBJECT
 
 public:
-    explicit InstanceServer(QObject *parent = nullptr);
+    InstanceServer(LocalSecurity &security, InstanceLocation location, QObject *parent = nullptr);
     ~InstanceServer() override;
 
-    // False when another instance already serves this session.
-    bool listen();
+    struct Start {
+        enum class Kind { serving, alreadyRunning, failed } kind;
+        QString failure;
+    };
+    // Takes the lock, replaces a dead tray's socket and listens.
+    Start listen();
 
-    // Runs a forwarded command line; answers an empty text on success, else the reason.
-    std::function<QString(const QStringList &)> onCommand;
+    // Called exactly once per command, with the reason when it does not run.
+    using Answer = std::function<void(const std::optional<QString> &refusal)>;
+    std::function<void(const QStringList &arguments, const Answer &answer)> onCommand;
 
 private:
     void serve();
+
+    LocalSecurity &m_security;
+    InstanceLocation m_location;
     QLocalServer *m_server;
 };
-
-QString instanceSocketName();
-
-// The running instance's answer, or nothing when no instance answers in time.
-std::optional<QString> sendToRunningInstance(const QStringList &arguments, int timeoutMs = 3000);
 
 } // namespace pixmora

@@ -16,6 +16,10 @@ namespace pixmora {
 namespace {
 
 constexpr QStringView nameFormat = u"yyyy-MM-dd HH-mm-ss-zzz";
+constexpr QFile::Permissions privateFolder = QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner;
+constexpr QFile::Permissions privateFile = QFile::ReadOwner | QFile::WriteOwner;
+constexpr QFile::Permissions othersMay = QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
+                                         | QFile::WriteOther | QFile::ExeOther;
 
 QString fileName(const QDateTime &utcDate)
 {
@@ -69,17 +73,41 @@ QString CaptureHistoryStore::freeFileName(const QDateTime &date) const
     }
 }
 
+// Made private from the start, whatever the umask.
+bool CaptureHistoryStore::makeFolder() const
+{
+    if (QFileInfo::exists(m_directory))
+        return true;
+    const QString parent = QFileInfo(m_directory).path();
+    if ((QDir().mkpath(parent) && QDir().mkdir(m_directory, privateFolder)) || QFileInfo::exists(m_directory))
+        return true;
+    qCWarning(lcHistory) << "Could not make the history folder" << m_directory;
+    return false;
+}
+
+void CaptureHistoryStore::secure()
+{
+    if (!QFileInfo(m_directory).isDir())
+        return;
+    const auto makePrivate = [](const QString &path, QFile::Permissions permissions) {
+        if ((QFile::permissions(path) & othersMay) && !QFile::setPermissions(path, permissions))
+            qCWarning(lcHistory).noquote() << "Could not make private:" << path;
+    };
+    makePrivate(m_directory, privateFolder);
+    for (const Entry &entry : entries())
+        makePrivate(entry.path, privateFile);
+    removeAbandonedWrites(m_directory, [](const QString &name) {
+        return name.endsWith(QLatin1String(".png"), Qt::CaseInsensitive) && parseName(name.chopped(4));
+    });
+}
+
 std::optional<QString> CaptureHistoryStore::add(const QByteArray &png, const QDateTime &date)
 {
-    if (!date.isValid())
+    if (!date.isValid() || !makeFolder())
         return std::nullopt;
-    if (!QDir().mkpath(m_directory) && !QFileInfo::exists(m_directory)) {
-        qCWarning(lcHistory) << "Could not make the history folder" << m_directory;
-        return std::nullopt;
-    }
     const QString path = freeFileName(date);
     // A failed write must not leave a truncated PNG that would be listed.
-    if (const std::optional<QString> reason = writeFileAtomically(path, png)) {
+    if (const std::optional<QString> reason = writeFileAtomically(path, png, privateFile)) {
         qCWarning(lcHistory).noquote() << "Could not keep a capture in the history:" << path << *reason;
         return std::nullopt;
     }

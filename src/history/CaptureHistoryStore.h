@@ -13,7 +13,8 @@ namespace pixmora {
 
 // A private folder holding the most recent captures as PNG files named by
 // their capture time in UTC. The names are the only index, so files added or
-// deleted behind the store's back show up at the next listing.
+// deleted behind the store's back show up at the next listing. Only the user
+// may enter the folder (0700) or read its captures (0600).
 class CaptureHistoryStore {
 public:
     struct Entry {
@@ -33,6 +34,9 @@ public:
     explicit CaptureHistoryStore(QString directory);
 
     const QString &directory() const { return m_directory; }
+    // At start: makes the folder and its captures private again, and removes
+    // what interrupted writes left behind.
+    void secure();
 
     // Writes an already encoded PNG and trims the history; the file's path,
     // or nothing when it could not be written.
@@ -54,6 +58,7 @@ public:
     void removeListener(int id);
 
 private:
+    bool makeFolder() const;
     QString freeFileName(const QDateTime &date) const;
     void deleteFile(const Entry &entry);
     void notifyListeners();

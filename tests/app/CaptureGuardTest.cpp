@@ -92,8 +92,41 @@ TEST(CaptureGuardTest, TheScrollingCommandAgainFinishesARunningScrollingCapture)
     ASSERT_EQ(h.app->history()->entries().size(), 1u);
     EXPECT_EQ(h.fake.clipboard.writeCount, 1);
     // The capture is over: the next command starts a new one.
-    ASSERT_TRUE(h.app->runRemoteCommand({"capture", "scrolling"}).isEmpty());
+    std::optional<QString> refusal = QStringLiteral("not answered");
+    h.app->runRemoteCommand({"capture", "scrolling"}, [&](const std::optional<QString> &answer) { refusal = answer; });
+    ASSERT_EQ(refusal, std::nullopt);
     EXPECT_TRUE(QTest::qWaitFor([&] { return h.app->captureFlowActive(); }));
+}
+
+// A command is answered once the guard has decided, before the capture does
+// anything: the command never waits on the capture's alert, and a command
+// given during a flow or its alert is refused with the reason.
+TEST(CaptureGuardTest, CommandsAreAnsweredOnceWhenItIsKnownWhetherTheyRun)
+{
+    AppHarness h;
+    h.fake.screens.beforeDisplayCapture = [](const DisplayInfo &) { throw Error("The display went away."); };
+    QList<std::optional<QString>> answers;
+    const auto command = [&](const QString &words) {
+        h.app->runRemoteCommand(words.split(' '), [&](const std::optional<QString> &refusal) { answers << refusal; });
+    };
+    int answersWhenTheAlertOpened = -1;
+    h.fake.dialogs.whileAlertIsOpen = [&](const Alert &) {
+        answersWhenTheAlertOpened = int(answers.size());
+        command("capture area");
+    };
+    command("capture screen");
+    EXPECT_EQ(answersWhenTheAlertOpened, 1);
+    command("capture everything");
+    ASSERT_EQ(answers.size(), 3);
+    EXPECT_EQ(answers[0], std::nullopt);
+    EXPECT_EQ(answers[1], "a capture is already in progress");
+    EXPECT_EQ(answers[2], "unknown command: capture everything");
+    EXPECT_EQ(h.fake.screens.displayCaptureCount, 1);
+
+    h.fake.screens.beforeDisplayCapture = nullptr;
+    h.app->startRegionCapture();
+    command("capture screen");
+    EXPECT_EQ(answers.last(), "a capture is already in progress");
 }
 
 } // namespace

@@ -18,3 +18,20 @@ TEST(CommandLineTest, BadArgumentsAreInvalidWithAReasonAndGoodOnesKeepTheirArgum
     EXPECT_EQ(parseCommandLine({"capture", "scrolling"}).argument, "scrolling");
     EXPECT_TRUE(usageText().contains("capture scrolling"));
 }
+
+// What reaches a terminal can neither steer it nor split a path over lines,
+// and a printed text maps back to exactly one original.
+TEST(CommandLineTest, PrintableTextEscapesControlAndFormatCharactersAndBackslashes)
+{
+    const QList<std::pair<QString, QString>> cases{
+        {"/home/ann/My Shots/é 📷", "/home/ann/My Shots/é 📷"},
+        {"a\nb\tc\rd", "a\\nb\\tc\\rd"},
+        {"\x1b[31mred\x07", "\\x1b[31mred\\x07"},
+        {"C:\\n", "C:\\\\n"},
+        {QString::fromUtf8("evil\u202Egnp.exe"), "evil\\u202egnp.exe"},
+        {QString(QChar(0xd800)) + "x", "\\ud800x"},
+        {QString::fromUtf8("\xc2\x9b" "1m"), "\\x9b1m"},
+    };
+    for (const auto &[text, printed] : cases)
+        EXPECT_EQ(printable(text), printed) << text.toStdString();
+}

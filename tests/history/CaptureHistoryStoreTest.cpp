@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -121,6 +122,36 @@ TEST_F(CaptureHistoryStoreTest, ListenersHearOfEveryChangeOnce)
     store.removeAll();
     EXPECT_EQ(store.add("image", QDateTime()), std::nullopt);
     EXPECT_EQ(heard, (QList<int>{59, 0})) << "a failed add changes nothing";
+}
+
+// Screenshots hold passwords and chats: whatever the umask, only the user may
+// read them. At start, older captures and the folder are made private again,
+// and writes that a crash cut short go, but nothing else of the folder.
+TEST_F(CaptureHistoryStoreTest, TheFolderAndItsCapturesArePrivateAndAbandonedWritesGo)
+{
+    constexpr QFile::Permissions othersMay = QFile::ReadGroup | QFile::ExeGroup | QFile::ReadOther | QFile::ExeOther;
+    const QString added = *store.add("png", noon);
+    EXPECT_EQ(QFileInfo(folder).permissions() & othersMay, QFile::Permissions());
+    EXPECT_EQ(QFileInfo(added).permissions() & othersMay, QFile::Permissions());
+
+    const QString older = makeFile(nameOf(noon.addSecs(-60)));
+    ASSERT_TRUE(QFile::setPermissions(older, QFile::ReadOwner | QFile::WriteOwner | QFile::ReadOther));
+    ASSERT_TRUE(QFile::setPermissions(folder, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | othersMay));
+    const auto leftover = [&](const QString &name, int ageSeconds) {
+        QFile file(makeFile(name));
+        ASSERT_TRUE(file.open(QIODevice::Append));
+        file.setFileTime(QDateTime::currentDateTime().addSecs(-ageSeconds), QFileDevice::FileModificationTime);
+    };
+    leftover(nameOf(noon) + ".QwErTy", 120);
+    leftover(nameOf(noon) + ".AsDfGh", 2);     // perhaps being written by another instance
+    leftover("notes.png.QwErTy", 120);         // not a capture's name
+    leftover(nameOf(noon) + ".Qw3rTy", 120);   // not what the writer makes
+    store.secure();
+    EXPECT_EQ(QFileInfo(folder).permissions() & othersMay, QFile::Permissions());
+    EXPECT_EQ(QFileInfo(older).permissions() & othersMay, QFile::Permissions());
+    EXPECT_EQ(QDir(folder).entryList(QDir::Files, QDir::Name),
+              (QStringList{nameOf(noon.addSecs(-60)), nameOf(noon), nameOf(noon) + ".AsDfGh",
+                           nameOf(noon) + ".Qw3rTy", "notes.png.QwErTy"}));
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 #include "platform/Error.h"
 
 #include <QDir>
+#include <QFileInfo>
 #include <QPainter>
 
 #include <cmath>
@@ -147,6 +148,44 @@ std::optional<FolderBookmarks::Resolved> FakeFolderBookmarks::resolve(const QByt
     if (!QDir(path).exists())
         return std::nullopt;
     return Resolved{path, false};
+}
+
+// What is neither a file nor a folder nor a link reads as a socket.
+LocalSecurity::FileStatus FakeLocalSecurity::status(const QString &path)
+{
+    const QFileInfo info(path);
+    if (!info.exists() && !info.isSymLink())
+        return {};
+    FileStatus result;
+    result.kind = info.isSymLink() || info.isFile() ? FileStatus::Kind::other
+                  : info.isDir()                    ? FileStatus::Kind::folder
+                                                    : FileStatus::Kind::socket;
+    result.owner = owners.value(path, user);
+    const QFile::Permissions permissions = info.permissions();
+    const int realMode = (permissions & QFile::ReadOwner ? 0400 : 0) | (permissions & QFile::WriteOwner ? 0200 : 0)
+                         | (permissions & QFile::ExeOwner ? 0100 : 0) | (permissions & QFile::ReadGroup ? 040 : 0)
+                         | (permissions & QFile::WriteGroup ? 020 : 0) | (permissions & QFile::ExeGroup ? 010 : 0)
+                         | (permissions & QFile::ReadOther ? 04 : 0) | (permissions & QFile::WriteOther ? 02 : 0)
+                         | (permissions & QFile::ExeOther ? 01 : 0);
+    result.mode = modes.value(path, realMode);
+    return result;
+}
+
+std::optional<QString> FakeLocalSecurity::makePrivateFolder(const QString &path)
+{
+    if (!QDir().mkdir(path, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner))
+        return QStringLiteral("Cannot make the folder");
+    return std::nullopt;
+}
+
+LocalSecurity::Lock FakeLocalSecurity::lockForLife(const QString &path)
+{
+    if (owners.contains(path) && owners.value(path) != user)
+        return {false, path + QStringLiteral(" belongs to another user")};
+    if (isLocked(path))
+        return {false, std::nullopt};
+    locks << path;
+    return {true, std::nullopt};
 }
 
 } // namespace pixmora

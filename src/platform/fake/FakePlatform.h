@@ -1,5 +1,6 @@
 #pragma once
 
+#include "platform/LocalSecurity.h"
 #include "platform/Platform.h"
 
 #include <QImage>
@@ -148,6 +149,27 @@ public:
         launches.push_back({applicationId, path});
         return failure;
     }
+};
+
+// Real files, with owners and peers that a test can make up: a path listed in
+// `owners` reads as owned by that user, and connections come from `peerUser`.
+class FakeLocalSecurity : public LocalSecurity {
+public:
+    uint user = 1000;
+    std::optional<uint> peerUser = 1000;
+    QMap<QString, uint> owners;   // path -> owner; others belong to `user`
+    QMap<QString, int> modes;     // path -> mode; others read their real mode
+    QStringList lockedByOthers;
+    QStringList locks;            // taken by this process
+    QList<qint64> runningProcesses;
+
+    uint userId() override { return user; }
+    FileStatus status(const QString &path) override;
+    std::optional<QString> makePrivateFolder(const QString &path) override;
+    std::optional<uint> peerUserId(qintptr) override { return peerUser; }
+    Lock lockForLife(const QString &path) override;
+    bool isLocked(const QString &path) override { return lockedByOthers.contains(path) || locks.contains(path); }
+    bool isProcessRunning(qint64 pid) override { return runningProcesses.contains(pid); }
 };
 
 struct FakePlatform {

@@ -49,6 +49,19 @@ X11Connection::X11Connection()
     m_images = std::make_unique<X11ImageTransfer>(*this);
 }
 
+std::optional<QString> X11Connection::displayProblem()
+{
+    const QString display = qEnvironmentVariable("DISPLAY");
+    if (display.isEmpty())
+        return QStringLiteral("no X display (DISPLAY is not set)");
+    xcb_connection_t *probe = xcb_connect(nullptr, nullptr);
+    const bool failed = xcb_connection_has_error(probe) != 0;
+    xcb_disconnect(probe);
+    if (failed)
+        return QStringLiteral("cannot open the X display \"%1\"").arg(display);
+    return std::nullopt;
+}
+
 X11Connection::~X11Connection()
 {
     m_images.reset();

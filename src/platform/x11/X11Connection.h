@@ -5,6 +5,9 @@
 
 #include <cstdlib>
 #include <memory>
+#include <optional>
+
+#include <QString>
 
 namespace pixmora {
 
@@ -23,6 +26,8 @@ class X11Connection {
 public:
     // Throws pixmora::Error when the application does not run on xcb.
     X11Connection();
+    // Why $DISPLAY cannot be opened, before Qt tries (it aborts); nothing when it can.
+    static std::optional<QString> displayProblem();
     ~X11Connection();
     X11Connection(const X11Connection &) = delete;
     X11Connection &operator=(const X11Connection &) = delete;

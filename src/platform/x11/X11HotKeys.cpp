@@ -1,10 +1,15 @@
 #include "platform/x11/X11HotKeys.h"
 
+#include "platform/Logging.h"
 #include "platform/x11/X11Connection.h"
 
 #include <QCoreApplication>
 
 #include <xcb/xcb_keysyms.h>
+// xkb.h names a member `explicit`, a C++ keyword.
+#define explicit explicit_
+#include <xcb/xkb.h>
+#undef explicit
 
 #include <memory>
 
@@ -53,6 +58,22 @@ uint16_t numLockMask(xcb_connection_t *c, xcb_key_symbols_t *symbols)
     return XCB_MOD_MASK_2;
 }
 
+// Without it the server fakes a release before every repeated press, and a
+// repeat cannot be told from a quick second press (xdotool's come within the
+// same millisecond). Qt asks for it too; the reply says whether the server
+// does it for this connection.
+bool enableDetectableAutoRepeat(xcb_connection_t *c)
+{
+    XcbReply<xcb_xkb_use_extension_reply_t> xkb(
+        xcb_xkb_use_extension_reply(c, xcb_xkb_use_extension(c, XCB_XKB_MAJOR_VERSION, XCB_XKB_MINOR_VERSION), nullptr));
+    if (!xkb || !xkb->supported)
+        return false;
+    const uint32_t flag = XCB_XKB_PER_CLIENT_FLAG_DETECTABLE_AUTO_REPEAT;
+    XcbReply<xcb_xkb_per_client_flags_reply_t> flags(xcb_xkb_per_client_flags_reply(
+        c, xcb_xkb_per_client_flags(c, XCB_XKB_ID_USE_CORE_KBD, flag, flag, 0, 0, 0), nullptr));
+    return flags && (flags->value & flag);
+}
+
 } // namespace
 
 X11HotKeys::X11HotKeys(X11Connection &x11)
@@ -60,6 +81,9 @@ X11HotKeys::X11HotKeys(X11Connection &x11)
 {
     KeySymbols symbols(xcb_key_symbols_alloc(m_x11.connection()));
     m_numLockMask = numLockMask(m_x11.connection(), symbols.get());
+    if (!enableDetectableAutoRepeat(m_x11.connection()))
+        qCWarning(lcPlatform) << "The X server cannot report held keys without releases:"
+                                 " a held shortcut may capture more than once.";
     QCoreApplication::instance()->installNativeEventFilter(this);
 }
 
@@ -135,10 +159,8 @@ bool X11HotKeys::nativeEventFilter(const QByteArray &eventType, void *message, q
     const auto *key = static_cast<const xcb_key_press_event_t *>(message);
     // The release may reach one of our windows instead (an overlay that took the keyboard).
     if (type == XCB_KEY_RELEASE) {
-        if (key->detail == m_heldKey) {
+        if (key->detail == m_heldKey)
             m_heldKey = 0;
-            m_lastRelease = key->time;
-        }
         return false;
     }
     if (key->event != m_x11.root())
@@ -146,11 +168,8 @@ bool X11HotKeys::nativeEventFilter(const QByteArray &eventType, void *message, q
     const uint16_t modifiers = key->state & ~ignoredModifiers() & 0xff;
     for (const Grab &grab : m_grabs) {
         if (grab.keyCode == key->detail && grab.modifiers == modifiers) {
-            // Auto-repeat sends further presses with no release between them, or
-            // (without detectable auto-repeat) a release with the same time stamp.
-            const bool repeat = key->detail == m_heldKey || (m_lastRelease && key->time == m_lastRelease);
+            const bool repeat = key->detail == m_heldKey;
             m_heldKey = key->detail;
-            m_lastRelease = 0;
             if (!repeat && onPressed)
                 onPressed(grab.id);
             return true;

@@ -37,9 +37,10 @@ private:
     X11Connection &m_x11;
     uint16_t m_numLockMask = XCB_MOD_MASK_2;
     std::vector<Grab> m_grabs;
-    // A shortcut held down repeats; only its first press counts.
+    // A shortcut held down repeats; only its first press counts. With
+    // detectable auto-repeat a held key sends presses and one release at the
+    // end, so any press that follows a release is a new one.
     xcb_keycode_t m_heldKey = 0;
-    xcb_timestamp_t m_lastRelease = 0;
 };
 
 } // namespace pixmora

@@ -4,6 +4,7 @@
 #include <QImage>
 #include <QPainter>
 #include <QRegularExpression>
+#include <QScopeGuard>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QThread>
@@ -14,6 +15,12 @@
 #include <cstring>
 #include <numbers>
 #include <functional>
+
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 using namespace pixmora::e2e;
 
@@ -64,6 +71,32 @@ int firstDifferentRow(const QImage &a, const QImage &b)
 }
 
 int dotsPerInch(const QImage &image) { return qRound(image.dotsPerMeterX() * 0.0254); }
+
+bool privateTo(const QString &path, QFile::Permissions owner)
+{
+    const QFile::Permissions all = QFileInfo(path).permissions()
+                                   & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser);
+    return all == owner;
+}
+
+// Another user (nobody) listening at `path`, as a squatter in a shared folder would.
+pid_t listenAsNobody(const QString &path)
+{
+    const QByteArray name = QFile::encodeName(path);
+    const pid_t pid = fork();
+    if (pid == 0) {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        std::memcpy(address.sun_path, name.constData(), size_t(name.size()) + 1);
+        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
+        if (setgid(65534) != 0 || setuid(65534) != 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0
+            || listen(fd, 50) != 0)
+            _exit(1);
+        pause();
+        _exit(0);
+    }
+    return pid;
+}
 
 // The real binary on a private desktop with a window manager and a tray host,
 // monitors LEFT at scale 2 and RIGHT at scale 1, in a home folder of its own.
@@ -170,6 +203,17 @@ protected:
                      field(QStringLiteral("Width")), field(QStringLiteral("Height")));
     }
 
+    // A tray that a command started outlives the command: it goes with its test.
+    ~PixmoraAppTest() override
+    {
+        const QList<QByteArray> trays = xdotool(QStringLiteral("search --classname ^pixmora$ getwindowpid %@")).output.split('\n');
+        for (const QByteArray &tray : trays) {
+            if (const pid_t pid = pid_t(tray.toInt()); pid > 0 && kill(pid, SIGTERM) == 0)
+                VirtualDesktop::waitUntil([pid] { return kill(pid, 0) != 0; }, 5000);
+        }
+    }
+
+    // A desktop of its own for each test, so that none sees what another left on screen.
     QTemporaryDir home;
     VirtualDesktop desktop{[] {  // after the home folder: it goes first
         VirtualDesktop::Options options;
@@ -467,6 +511,122 @@ TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
     EXPECT_FALSE(pngFiles(history).contains(newest));
     QThread::msleep(500);
     EXPECT_LT(varied(tile(2)), 3) << "the grid follows at once";
+}
+
+// Only the user reaches Pixmora and its files; every command runs once or says
+// why not, however many come at once and however slow the tray is.
+TEST_F(PixmoraAppTest, OnlyTheUserDrivesPixmoraAndEveryCommandRunsOnceOrSaysWhy)
+{
+    const QByteArray runtimeBefore = qgetenv("XDG_RUNTIME_DIR");
+    const auto restoreRuntime = qScopeGuard([&] {
+        runtimeBefore.isNull() ? qunsetenv("XDG_RUNTIME_DIR") : qputenv("XDG_RUNTIME_DIR", runtimeBefore);
+    });
+    const QString runtime = home.filePath(QStringLiteral("run"));
+    ASSERT_TRUE(QDir().mkpath(runtime));
+    ASSERT_TRUE(QFile::setPermissions(runtime, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    qputenv("XDG_RUNTIME_DIR", runtime.toLocal8Bit());
+
+    // Settings full of binary junk are set aside, quickly, and defaults apply.
+    const QString settings = home.filePath(QStringLiteral(".config/Pixmora/Pixmora.conf"));
+    addSetting(QByteArray(4 << 20, '\x01'));
+    const qint64 damagedSize = QFileInfo(settings).size();
+    EXPECT_EQ(saveFolder(), QByteArray("not set"));
+    EXPECT_EQ(QFileInfo(settings + QStringLiteral(".damaged")).size(), damagedSize);
+    EXPECT_FALSE(QFileInfo::exists(settings));
+    addSetting("[General]\ndidAskLaunchAtLogin=true");
+
+    // What an older Pixmora left open to others, and a write a crash cut short.
+    const QFile::Permissions openToAll = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
+    const QString older = QDir(history).filePath(QStringLiteral("2020-01-02 03-04-05-678.png"));
+    ASSERT_TRUE(QDir().mkpath(history) && QImage(4, 4, QImage::Format_RGB32).save(older));
+    ASSERT_TRUE(QFile::setPermissions(history, openToAll | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther));
+    ASSERT_TRUE(QFile::setPermissions(older, openToAll));
+    QDir().mkpath(folder);
+    const QString partial = QDir(folder).filePath(QStringLiteral("Screenshot 2020-01-02 at 03.04.05.678.png.AbCdEf"));
+    {
+        QFile file(partial);
+        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("\x89PNG") == 4 && file.flush());
+        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
+    }
+    ASSERT_TRUE(pixmora({QStringLiteral("save-to"), folder}).ok());
+    ASSERT_TRUE(pixmora(args(QStringLiteral("capture screen"))).ok()) << "starts the tray";
+    ASSERT_TRUE(waitForFiles(folder, 2));
+    ASSERT_TRUE(waitForFiles(history, 3));
+    EXPECT_FALSE(QFileInfo::exists(partial));
+    const QString socket = runtime + QStringLiteral("/pixmora-") + desktop.display() + QStringLiteral(".socket");
+    EXPECT_TRUE(privateTo(socket, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    EXPECT_TRUE(privateTo(history, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
+    for (const QString &kept : pngFiles(history))
+        EXPECT_TRUE(privateTo(QDir(history).filePath(kept), QFile::ReadOwner | QFile::WriteOwner)) << kept.toStdString();
+    EXPECT_TRUE(privateTo(settings, QFile::ReadOwner | QFile::WriteOwner));
+    EXPECT_TRUE(QFileInfo(QDir(folder).filePath(pngFiles(folder).value(0))).permissions() & QFile::ReadOther)
+        << "the save folder keeps the umask";
+
+    // Twenty at once while the tray is stopped for two seconds: each is
+    // answered once, and exactly the ones that say so made a capture.
+    const pid_t tray = pid_t(xdotool(QStringLiteral("search --classname ^pixmora$ getwindowpid")).output.trimmed().toInt());
+    ASSERT_GT(tray, 0);
+    kill(tray, SIGSTOP);
+    const QString binary = qEnvironmentVariable("PIXMORA_BINARY");
+    for (int i = 0; i < 20; ++i)
+        desktop.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"),
+            QStringLiteral("\"$0\" capture screen 2>>\"$1\"; echo $? >>\"$2\""), binary,
+            home.filePath(QStringLiteral("errors")), home.filePath(QStringLiteral("codes"))});
+    QThread::msleep(2000);
+    kill(tray, SIGCONT);
+    const auto lines = [&](const char *name) {
+        QFile file(home.filePath(QString::fromLatin1(name)));
+        return file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QList<QByteArray>();
+    };
+    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return lines("codes").size() == 21; }, 60000));
+    const qsizetype ran = lines("codes").count("0");
+    EXPECT_GE(ran, 1);
+    EXPECT_EQ(lines("codes").count("1"), 20 - ran);
+    for (const QByteArray &error : lines("errors"))
+        EXPECT_TRUE(error.isEmpty() || error == "pixmora: a capture is already in progress") << error.constData();
+    EXPECT_TRUE(waitForFiles(folder, 2 + 2 * ran));
+    QThread::msleep(500);
+    EXPECT_EQ(pngFiles(folder).size(), 2 + 2 * ran) << ran << " commands ran";
+
+    // While a flow runs, a command is refused with the reason.
+    command(QStringLiteral("ctrl+shift+1"));
+    const VirtualDesktop::Result busy = pixmora(args(QStringLiteral("capture screen")));
+    EXPECT_EQ(busy.exitCode, 1);
+    EXPECT_EQ(busy.errors, "pixmora: a capture is already in progress\n");
+    command(QStringLiteral("Escape"));
+
+    // Squatters where a runtime folder is shared: a plain file, and another
+    // user's listener. The tray and every command refuse them, saying why.
+    QTemporaryDir shared;
+    ASSERT_TRUE(QFile::setPermissions(shared.path(), QFile::Permissions(0x7777)));
+    qputenv("XDG_RUNTIME_DIR", shared.path().toLocal8Bit());
+    const QString squatted = shared.filePath(QStringLiteral("pixmora-") + desktop.display() + QStringLiteral(".socket"));
+    ASSERT_TRUE(QFile(squatted).open(QIODevice::WriteOnly));
+    const QByteArray inTheWay = squatted.toUtf8() + " is in the way: it is not Pixmora's socket\n";
+    // Qt warns first about the open folder.
+    const VirtualDesktop::Result blockedTray = pixmora({});
+    EXPECT_EQ(blockedTray.exitCode, 1);
+    EXPECT_TRUE(blockedTray.errors.endsWith("\npixmora: Pixmora cannot start: " + inTheWay)) << blockedTray.errors.constData();
+    const VirtualDesktop::Result blockedCommand = pixmora(args(QStringLiteral("capture screen")));
+    EXPECT_EQ(blockedCommand.exitCode, 1);
+    EXPECT_EQ(blockedCommand.errors, "pixmora: Pixmora is not running and cannot start: " + inTheWay);
+    if (getuid() == 0) {
+        ASSERT_TRUE(QFile::remove(squatted));
+        const pid_t squatter = listenAsNobody(squatted);
+        const auto reap = qScopeGuard([squatter] {
+            kill(squatter, SIGKILL);
+            waitpid(squatter, nullptr, 0);
+        });
+        ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return QFileInfo::exists(squatted); }, 5000));
+        const QByteArray foreign = squatted.toUtf8() + " belongs to another user (uid 65534)\n";
+        const VirtualDesktop::Result refused = pixmora(args(QStringLiteral("capture screen")));
+        EXPECT_EQ(refused.exitCode, 1);
+        EXPECT_EQ(refused.errors, "pixmora: Pixmora is not running and cannot start: " + foreign);
+        const VirtualDesktop::Result refusedTray = pixmora({});
+        EXPECT_EQ(refusedTray.exitCode, 1);
+        EXPECT_TRUE(refusedTray.errors.endsWith("\npixmora: Pixmora cannot start: " + foreign)) << refusedTray.errors.constData();
+    }
+    EXPECT_EQ(pngFiles(folder).size(), 2 + 2 * ran) << "nothing was captured for a refused command";
 }
 
 } // namespace

@@ -224,6 +224,25 @@ TEST_F(HotKeysTest, ControlShiftDigitsDeliverTheirIdsWhateverTheLockKeys)
     }
 }
 
+// xdotool's presses follow their releases within the same millisecond; a held
+// key repeats (Xvfb repeats after 660 ms, 25 times a second) without releases.
+TEST_F(HotKeysTest, EveryPressCountsOnceAndAHeldKeysRepeatsDoNot)
+{
+    ASSERT_TRUE(hotKeys.grab(3, 20, controlShift));
+    QStringList keys{QStringLiteral("key"), QStringLiteral("--delay"), QStringLiteral("0")};
+    for (int i = 0; i < 30; ++i)
+        keys << QStringLiteral("ctrl+shift+3");
+    ASSERT_TRUE(runOnDesktop(QStringLiteral("xdotool"), keys).ok());
+    EXPECT_TRUE(arrives(std::vector<quint32>(30, 3))) << pressed.size() << " presses arrived";
+
+    pressed.clear();
+    ASSERT_TRUE(runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("keydown"), QStringLiteral("ctrl+shift+3")}).ok());
+    QTest::qWait(1500);
+    ASSERT_TRUE(runOnDesktop(QStringLiteral("xdotool"), {QStringLiteral("keyup"), QStringLiteral("ctrl+shift+3")}).ok());
+    press(QStringLiteral("ctrl+shift+3"));
+    EXPECT_TRUE(arrives({3, 3})) << pressed.size() << " presses arrived";
+}
+
 TEST_F(HotKeysTest, AShortcutHeldElsewhereIsRefusedUntilReleased)
 {
     Client other = otherClient();

@@ -1,0 +1,152 @@
+#include "app/InstanceClient.h"
+#include "app/InstanceServer.h"
+#include "platform/fake/FakePlatform.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <gtest/gtest.h>
+
+#include <future>
+
+using namespace pixmora;
+
+namespace {
+
+constexpr int privateMode = 0700;
+
+// A server and a client as two users' processes would see them: each with
+// its own view of who is at the other end.
+class InstanceTest : public ::testing::Test {
+protected:
+    InstanceTest() { QDir().mkpath(runtime); }
+
+    InstanceLocation location() { return InstanceLocation::find(serverSide, runtime, root.path(), ":7"); }
+
+    // The client blocks, as the command does; the server answers from this thread's event loop.
+    InstanceClient::Outcome send(const QStringList &arguments, InstanceClient::StartTray start = {})
+    {
+        InstanceClient client(clientSide, location(), start ? start : [] { return std::optional<qint64>(); });
+        auto outcome = std::async(std::launch::async, [&] { return client.send(arguments); });
+        while (outcome.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready)
+            QCoreApplication::processEvents();
+        return outcome.get();
+    }
+
+    QTemporaryDir root;
+    QString runtime = root.filePath("run");
+    FakeLocalSecurity serverSide, clientSide;
+};
+
+TEST_F(InstanceTest, TheSocketLivesInTheUsersRuntimeFolderElseInAPrivateFolderOfOurs)
+{
+    const InstanceLocation inRuntime = location();
+    EXPECT_EQ(inRuntime.socketPath, runtime + "/pixmora-:7.socket");
+    EXPECT_EQ(inRuntime.lockPath, runtime + "/pixmora-:7.lock");
+    EXPECT_EQ(InstanceLocation::find(serverSide, runtime, root.path(), "host/x:1 ;").socketPath,
+              runtime + "/pixmora-host_x:1__.socket");
+
+    const QString fallback = root.filePath("pixmora-1000");
+    for (const QString &unusable : {QString(), QString("relative"), runtime}) {
+        serverSide.owners[runtime] = unusable == runtime ? 1001 : 1000;
+        const InstanceLocation location = InstanceLocation::find(serverSide, unusable, root.path(), ":7");
+        EXPECT_EQ(location.failure, std::nullopt);
+        EXPECT_EQ(location.socketPath, fallback + "/pixmora-:7.socket");
+        EXPECT_EQ(serverSide.status(fallback).mode, privateMode);
+    }
+
+    // Another user made our fallback folder first, or it is open to others.
+    serverSide.owners[fallback] = 1001;
+    EXPECT_EQ(InstanceLocation::find(serverSide, {}, root.path(), ":7").failure,
+              fallback + " belongs to another user (uid 1001)");
+    serverSide.owners.remove(fallback);
+    serverSide.modes[fallback] = 0777;
+    EXPECT_EQ(InstanceLocation::find(serverSide, {}, root.path(), ":7").failure,
+              fallback + " is open to other users (mode 0777)");
+    serverSide.modes.remove(fallback);
+    ASSERT_TRUE(QDir(fallback).removeRecursively() && QFile(fallback).open(QIODevice::WriteOnly));
+    EXPECT_EQ(InstanceLocation::find(serverSide, {}, root.path(), ":7").failure, fallback + " is not a folder");
+}
+
+// The answer carries the command's reason; one server serves many commands.
+TEST_F(InstanceTest, ACommandRunsOnceAndItsAnswerSaysWhetherItRan)
+{
+    InstanceServer server(serverSide, location());
+    ASSERT_EQ(server.listen().kind, InstanceServer::Start::Kind::serving);
+    EXPECT_EQ(serverSide.status(location().socketPath).kind, LocalSecurity::FileStatus::Kind::socket);
+    QList<QStringList> received;
+    server.onCommand = [&](const QStringList &arguments, const InstanceServer::Answer &answer) {
+        received << arguments;
+        answer(received.size() == 1 ? std::nullopt : std::optional<QString>("a capture is already in progress"));
+    };
+    const InstanceClient::Outcome first = send({"capture", "screen"});
+    EXPECT_TRUE(first.ran);
+    const InstanceClient::Outcome second = send({"capture", "area"});
+    EXPECT_FALSE(second.ran);
+    EXPECT_EQ(second.reason, "a capture is already in progress");
+    EXPECT_EQ(received, (QList<QStringList>{{"capture", "screen"}, {"capture", "area"}}));
+
+    // A second tray of the same session finds the lock taken and leaves.
+    FakeLocalSecurity sameUser = serverSide;
+    sameUser.locks.clear();
+    sameUser.lockedByOthers = serverSide.locks;
+    EXPECT_EQ(InstanceServer(sameUser, location()).listen().kind, InstanceServer::Start::Kind::alreadyRunning);
+}
+
+TEST_F(InstanceTest, OtherUsersAreHungUpOnAndTheirSocketsAreNeverTalkedTo)
+{
+    InstanceServer server(serverSide, location());
+    ASSERT_EQ(server.listen().kind, InstanceServer::Start::Kind::serving);
+    int commands = 0;
+    server.onCommand = [&](const QStringList &, const InstanceServer::Answer &answer) {
+        ++commands;
+        answer(std::nullopt);
+    };
+    serverSide.peerUser = 1001;
+    EXPECT_EQ(send({"capture", "screen"}).reason, "Pixmora quit before it answered");
+    serverSide.peerUser = 1000;
+    clientSide.peerUser = 1001;
+    EXPECT_EQ(send({"capture", "screen"}).reason, "Pixmora is not running and cannot start: " + location().socketPath
+                                                      + " is served by another user (uid 1001)");
+    EXPECT_EQ(commands, 0);
+
+    clientSide.owners[location().socketPath] = 1001;
+    EXPECT_EQ(send({"capture", "screen"}).reason, "Pixmora is not running and cannot start: " + location().socketPath
+                                                      + " belongs to another user (uid 1001)");
+}
+
+// A plain file where the socket goes stops the tray and every command, with the reason.
+TEST_F(InstanceTest, AFileInTheSocketsPlaceIsReportedNotReplaced)
+{
+    ASSERT_TRUE(QFile(location().socketPath).open(QIODevice::WriteOnly));
+    const InstanceServer::Start start = InstanceServer(serverSide, location()).listen();
+    EXPECT_EQ(start.kind, InstanceServer::Start::Kind::failed);
+    EXPECT_EQ(start.failure, location().socketPath + " is in the way: it is not Pixmora's socket");
+    EXPECT_EQ(send({"capture", "screen"}).reason,
+              "Pixmora is not running and cannot start: " + start.failure);
+    EXPECT_TRUE(QFileInfo(location().socketPath).isFile());
+}
+
+// With no tray, a command starts one; when that one stops at once, its log says why.
+TEST_F(InstanceTest, ATrayThatCannotStartSaysWhyThroughItsLog)
+{
+    int starts = 0;
+    const auto start = [&]() -> std::optional<qint64> {
+        QFile log(location().logPath);
+        EXPECT_TRUE(log.open(QIODevice::Append));
+        log.write((InstanceClient::startFailureLine("no X display (DISPLAY is not set)") + "\n").toUtf8());
+        ++starts;
+        return 4242;  // not running
+    };
+    QFile old(location().logPath);
+    ASSERT_TRUE(old.open(QIODevice::WriteOnly) && old.write("pixmora: Pixmora cannot start: an older reason\n") > 0);
+    old.close();
+    EXPECT_EQ(send({"capture", "screen"}, start).reason,
+              "Pixmora is not running and cannot start: no X display (DISPLAY is not set)");
+    EXPECT_EQ(starts, 1);
+}
+
+} // namespace
