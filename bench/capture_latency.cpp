@@ -14,6 +14,7 @@
 // xterm, xdotool, ImageMagick and scrot (scripts/install-deps.sh).
 //
 //   capture_latency [--overlay | --editor | --scrolling] [path/to/pixmora] [iterations]
+#include "ScrollDocument.h"
 #include "VirtualDesktop.h"
 
 #include <QCoreApplication>
@@ -40,6 +41,7 @@
 #include <cstdio>
 #include <vector>
 
+using pixmora::e2e::ScrollDocument;
 using pixmora::e2e::VirtualDesktop;
 
 namespace {
@@ -339,18 +341,12 @@ void resetPeak(pid_t pid)
 // the capture reaches its limit and is delivered.
 int measureScrolling(VirtualDesktop &desktop, pid_t pixmora, const QString &home, const QString &history)
 {
-    const QString report = QDir(home).filePath(QStringLiteral("viewport.txt"));
-    desktop.start(QCoreApplication::applicationDirPath() + QStringLiteral("/../tests/pixmora_scroll_document"),
-                  {QStringLiteral("--width"), QStringLiteral("1700"), QStringLiteral("--repeat"), QStringLiteral("8"),
-                   QStringLiteral("--report"), report, QStringLiteral("-geometry"), QStringLiteral("1720x1400+40+40")});
-    QFile place(report);
-    if (!VirtualDesktop::waitUntil([&] { return place.exists() && place.size() > 0; }, 15000)
-        || !place.open(QIODevice::ReadOnly)) {
+    const std::optional<ScrollDocument> document = ScrollDocument::startForBenchmark(desktop, home);
+    if (!document) {
         std::fprintf(stderr, "the document did not show\n");
         return 1;
     }
-    const QList<QByteArray> numbers = place.readAll().simplified().split(' ');
-    const QPoint viewport(numbers.value(0).toInt(), numbers.value(1).toInt());
+    const QPoint viewport = document->viewport.topLeft();
     const auto xdotool = [&](const QString &line) {
         return desktop.run(QStringLiteral("xdotool"), line.split(QLatin1Char(' '))).ok();
     };

@@ -1,3 +1,4 @@
+#include "ScrollDocument.h"
 #include "VirtualDesktop.h"
 
 #include <QDir>
@@ -659,16 +660,11 @@ TEST_F(ScrollingCaptureTest, ADocumentScrolledByWheelComesOutExactlyAsTheDocumen
         GTEST_SKIP() << "a frame grabbed mid-repaint can be stitched a few rows off; "
                         "set PIXMORA_TEST_TORN_FRAMES=1 to run this scenario";
     const QString truthPath = home.filePath(QStringLiteral("truth.png"));
-    const QString reportPath = home.filePath(QStringLiteral("viewport.txt"));
-    const pid_t program = desktop.start(qEnvironmentVariable("PIXMORA_SCROLL_DOCUMENT"),
-                                        {QStringLiteral("--truth"), truthPath, QStringLiteral("--report"), reportPath,
-                                         QStringLiteral("-geometry"), QStringLiteral("736x2090+2100+40")});
-    QFile report(reportPath);
-    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return report.exists() && report.size() > 0; }, 10000));
-    ASSERT_TRUE(report.open(QIODevice::ReadOnly));
-    const QList<QByteArray> numbers = report.readAll().simplified().split(' ');
-    ASSERT_EQ(numbers.size(), 4);
-    const QRect viewport(numbers[0].toInt(), numbers[1].toInt(), numbers[2].toInt(), numbers[3].toInt());
+    const std::optional<ScrollDocument> document =
+        ScrollDocument::start(desktop, qEnvironmentVariable("PIXMORA_SCROLL_DOCUMENT"), home.path(),
+                              {QStringLiteral("--truth"), truthPath, QStringLiteral("-geometry"), QStringLiteral("736x2090+2100+40")});
+    ASSERT_TRUE(document);
+    const QRect viewport = document->viewport;
     const QImage truth(truthPath);
     ASSERT_FALSE(truth.isNull());
     const QByteArray active = xdotool(QStringLiteral("getactivewindow")).output;
@@ -705,7 +701,7 @@ TEST_F(ScrollingCaptureTest, ADocumentScrolledByWheelComesOutExactlyAsTheDocumen
     command(QStringLiteral("Escape"));
     EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return !xdotool(QStringLiteral("search --name ^Pixmora.Scrolling")).ok(); }, 3000));
     EXPECT_EQ(pngFiles(history).size(), before + 1);
-    desktop.stop(program);
+    desktop.stop(document->process);
 }
 
 // Lines that differ in a digit or two, which only exact alignment tells
