@@ -219,8 +219,10 @@ void ScrollStitcher::sign(const QImage &frame, qint64 columns, Digest &next, con
 // smaller) is convincing when it has kMinExactVotes or more and kMinMatchScore
 // or more of the distinct rows in its overlap equal the reference. Nothing
 // when it is not; the shift found may be 0, negative (scrolled back) or beyond
-// the search range.
-std::optional<qint64> ScrollStitcher::exactShift(const Digest &next) const
+// the search range. Rows that moved by another shift above those that fit it
+// are a fixed header; below them, the frame was caught while the content
+// repainted (part moved, part not), and the rows it would add may be wrong.
+std::optional<ScrollStitcher::ExactShift> ScrollStitcher::exactShift(const Digest &next) const
 {
     const qint64 height = m_frameHeight;
     using Rows = std::vector<std::pair<std::uint64_t, qint64>>;
@@ -238,12 +240,15 @@ std::optional<qint64> ScrollStitcher::exactShift(const Digest &next) const
     }
     // votes[height - 1 + s]: rows of the new frame found s rows further down in the reference.
     std::vector<qint64> votes(std::size_t(2 * height - 1), 0);
+    std::vector<std::optional<qint64>> voteOf(static_cast<std::size_t>(height));
     for (auto r = reference.begin(), n = incoming.begin(); r != reference.end() && n != incoming.end();) {
         const std::uint64_t hash = std::min(r->first, n->first);
         const auto rEnd = runEnd(r, reference.end(), hash);
         const auto nEnd = runEnd(n, incoming.end(), hash);
-        if (rEnd - r == 1 && nEnd - n == 1)
+        if (rEnd - r == 1 && nEnd - n == 1) {
             ++votes[std::size_t(height - 1 + r->second - n->second)];
+            voteOf[std::size_t(n->second)] = r->second - n->second;
+        }
         r = rEnd;
         n = nEnd;
     }
@@ -254,15 +259,22 @@ std::optional<qint64> ScrollStitcher::exactShift(const Digest &next) const
     const qint64 shift = qint64(leader - votes.begin()) - (height - 1);
     qint64 distinctRows = 0;
     qint64 equal = 0;
+    qint64 movedOtherwise = 0; // below the first row that fits the shift
+    bool fitting = false;
     for (qint64 y = std::max<qint64>(0, -shift), end = std::min(height, height - shift); y < end; ++y) {
         if (distinct[std::size_t(y)]) {
             ++distinctRows;
-            equal += next.rowHashes[std::size_t(y)] == m_last.rowHashes[std::size_t(y + shift)];
+            const bool same = next.rowHashes[std::size_t(y)] == m_last.rowHashes[std::size_t(y + shift)];
+            equal += same;
+            fitting = fitting || same;
+            movedOtherwise += fitting && voteOf[std::size_t(y)] && *voteOf[std::size_t(y)] != shift;
         }
     }
-    if (double(equal) >= kMinMatchScore * double(distinctRows))
-        return shift;
-    return std::nullopt;
+    if (double(equal) < kMinMatchScore * double(distinctRows))
+        return std::nullopt;
+    if (movedOtherwise >= kMinExactVotes)
+        return ExactShift{shift, true};
+    return ExactShift{shift, false};
 }
 
 int ScrollStitcher::matchTolerance() const
@@ -336,13 +348,14 @@ AppendResult ScrollStitcher::append(const QImage &input)
     const qint64 height = m_frameHeight;
     const qint64 minOverlap = std::max(height * kMinOverlapPercent / 100, kMinOverlapRows);
     const qint64 maxShift = height - minOverlap;
-    if (const std::optional<qint64> exact = exactShift(*next)) {
-        if (*exact == 0)
+    if (const std::optional<ExactShift> exact = exactShift(*next)) {
+        // Caught mid-repaint: the next frame is aligned with the last good one.
+        if (exact->shift == 0 || exact->torn)
             return {Kind::noMovement};
-        if (*exact < 0 || *exact > maxShift)
+        if (exact->shift < 0 || exact->shift > maxShift)
             return {Kind::noMatch};
-        sign(frame, m_columns, *next, &m_last, *exact);
-        return accept(frame, std::move(*next), *exact);
+        sign(frame, m_columns, *next, &m_last, exact->shift);
+        return accept(frame, std::move(*next), exact->shift);
     }
 
     // Content that re-renders slightly between frames: the tolerant search.

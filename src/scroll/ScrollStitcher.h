@@ -12,6 +12,7 @@
 namespace pixmora {
 
 struct AppendResult {
+    // noMovement also for a frame caught while its content repainted.
     enum class Kind { appended, noMovement, noMatch, limitReached };
     Kind kind;
     qint64 rows = 0;          // rows added; only for appended
@@ -44,6 +45,10 @@ private:
         std::vector<std::pair<std::uint64_t, qint64>> rowsByHash; // (hash, row), sorted
         Signature signature; // made only for a frame that is accepted or searched tolerantly
     };
+    struct ExactShift {
+        qint64 shift;
+        bool torn; // its lower rows moved by another shift
+    };
     struct Alignment {
         qint64 shift;
         double score;
@@ -54,7 +59,7 @@ private:
 
     static std::optional<Digest> hashRows(const QImage &frame, const std::vector<std::uint32_t> &rowKey);
     static void sign(const QImage &frame, qint64 columns, Digest &next, const Digest *reference, qint64 shift);
-    std::optional<qint64> exactShift(const Digest &next) const;
+    std::optional<ExactShift> exactShift(const Digest &next) const;
     int matchTolerance() const;
     double stillnessRatio(const Signature &next) const;
     qint64 coarseShift(const Signature &next, qint64 maxShift) const;

@@ -177,6 +177,27 @@ TEST(ScrollStitcher, AddsTheRowsAMovedFrameBringsIntoView)
     }
 }
 
+// A frame grabbed while the content repainted: its upper rows have moved by
+// 20, its lower ones already by 60. It adds nothing, and the next frame is
+// aligned with the last good one. A fixed header above rows that moved is no
+// such frame.
+TEST(ScrollStitcher, AFrameCaughtMidRepaintIsSkipped)
+{
+    std::mt19937 random(41);
+    const QImage document = makeNoise(200, 700, random);
+    const auto stitcher = ScrollStitcher::create(frameAt(document, 0, 300), 24000);
+    ASSERT_NE(stitcher, nullptr);
+    QImage torn = frameAt(document, 20, 300).copy();
+    QPainter(&torn).drawImage(0, 200, document.copy(0, 260, 200, 100));
+    EXPECT_EQ(stitcher->append(torn).kind, Kind::noMovement);
+    EXPECT_EQ(stitcher->append(frameAt(document, 100, 300)).rows, 100);
+    EXPECT_TRUE(samePixels(stitcher->compose(), document.copy(0, 0, 200, 400)));
+
+    QImage headed = frameAt(document, 140, 300).copy();
+    QPainter(&headed).drawImage(0, 0, document.copy(0, 100, 200, 30));
+    EXPECT_EQ(stitcher->append(headed).rows, 40);
+}
+
 // Terminal output scrolled by wheel notches of five lines, once held still and
 // once scrolled back a notch, then by random shifts: lines that look alike
 // (number columns, numbered lines, time-stamped logs) align like prose and code.

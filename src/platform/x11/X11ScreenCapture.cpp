@@ -7,6 +7,8 @@
 #include "platform/x11/X11OwnWindowsExclusion.h"
 #include "platform/x11/X11WindowList.h"
 
+#include <QScopeGuard>
+
 #include <xcb/composite.h>
 
 #include <cmath>
@@ -78,6 +80,17 @@ QImage X11ScreenCapture::captureRegion(const DisplayInfo &display, const QRectF 
     const QRect area = nativeArea(screen, rect);
     // What lies off this display stays black: a neighbouring monitor never leaks in.
     const QRect bounds = screen.native.intersected(rootBounds());
+    // The root is read in bands and what our windows cover from other windows'
+    // pixmaps afterwards: without the grab, a window that repaints in between
+    // (a document being scrolled) shows in one frame at two scroll positions.
+    xcb_connection_t *c = m_x11.connection();
+    xcb_grab_server(c);
+    const auto ungrab = qScopeGuard([&] {
+        if (m_x11.isAlive()) {
+            xcb_ungrab_server(c);
+            xcb_flush(c);
+        }
+    });
     QImage image = m_x11.images().read(m_x11.root(), area, bounds);
     if (m_exclusion)
         m_exclusion->uncover(image, area, bounds);

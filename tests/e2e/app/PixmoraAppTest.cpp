@@ -654,11 +654,6 @@ protected:
 // inside it for the whole capture and must not show in any frame.
 TEST_F(ScrollingCaptureTest, ADocumentScrolledByWheelComesOutExactlyAsTheDocument)
 {
-    // Known fault, not yet mended: now and then a frame grabbed while the
-    // document repaints is stitched a few rows off, and this comparison fails.
-    if (qEnvironmentVariableIsEmpty("PIXMORA_TEST_TORN_FRAMES"))
-        GTEST_SKIP() << "a frame grabbed mid-repaint can be stitched a few rows off; "
-                        "set PIXMORA_TEST_TORN_FRAMES=1 to run this scenario";
     const QString truthPath = home.filePath(QStringLiteral("truth.png"));
     const std::optional<ScrollDocument> document =
         ScrollDocument::start(desktop, qEnvironmentVariable("PIXMORA_SCROLL_DOCUMENT"), home.path(),
