@@ -34,9 +34,12 @@ public:
     // out while an exclusion for that area is held, else they may show.
     virtual QImage captureRegion(const DisplayInfo &display, const QRectF &rect) = 0;
     // Until the result is destroyed, captureRegion of `rect` shows what lies
-    // beneath our own windows. Take it before such a window appears over the
-    // area: the system may keep only what it saw from then on. One at a time.
-    virtual std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect) = 0;
+    // beneath our own windows: those on screen now and one about to appear at
+    // `panel` (global points; empty for none). Take it before such a window
+    // appears over the area: the system may keep only what it saw from then
+    // on. One at a time.
+    virtual std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect,
+                                                                   const QRectF &panel) = 0;
     // The window alone, floor(frame.w * scale) x floor(frame.h * scale) pixels.
     virtual QImage captureWindow(const WindowInfo &window, double scale) = 0;
 };

@@ -57,14 +57,14 @@ void ScrollCaptureController::showHUD()
 {
     if (m_hud || m_finished)
         return;
+    const QPointF position = hudPosition(m_rect, ScrollHUDPanel::panelSize, m_display.availableFrame);
     // Before the HUD appears: what it will cover must stay readable.
     try {
-        m_exclusion = m_screens.excludeOwnWindows(m_display, m_rect);
+        m_exclusion = m_screens.excludeOwnWindows(m_display, m_rect, QRectF(position, ScrollHUDPanel::panelSize));
     } catch (const Error &error) {
         qCWarning(lcScroll) << "Pixmora's own windows may show in this scrolling capture:" << error.description();
     }
     m_hud = new ScrollHUDPanel([this] { cancel(); }, [this] { finish(); });
-    const QPointF position = hudPosition(m_rect, ScrollHUDPanel::panelSize, m_display.availableFrame);
     m_hud->move(position.toPoint());
     m_hud->winId();  // the window manager hints need the native window
     m_desktop.makeFloatingPanel(m_hud, Desktop::PanelFocus::onClick);

@@ -121,18 +121,9 @@ qint64 countMatchingRows(const std::uint8_t *a, const std::uint8_t *b, qint64 ro
     return matched;
 }
 
-// A deep copy of rows [top, top + rows) of the frame, in fresh memory from
-// the platform's image allocator; a null image when there is none.
-QImage copyOfRows(const QImage &frame, int top, int rows)
-{
-    QImage strip = allocateImage(QSize(frame.width(), rows), frame.format());
-    if (strip.isNull())
-        return strip;
-    const std::size_t rowBytes = std::size_t(frame.width()) * sizeof(QRgb);
-    for (int y = 0; y < rows; ++y)
-        std::memcpy(strip.scanLine(y), frame.constScanLine(top + y), rowBytes);
-    return strip;
-}
+// Strips are copied into slabs of about this size: a fresh strip of its own
+// would first-touch its pages on every tick.
+constexpr qint64 kSlabBytes = qint64(8) << 20;
 
 } // namespace
 
@@ -158,7 +149,7 @@ ScrollStitcher::ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, 
     , m_maxTotalHeight(std::max<qint64>(firstFrame.height(), maxTotalHeight))
     , m_columns(columns)
     , m_rowKey(std::move(rowKey))
-    , m_slices{firstFrame}
+    , m_slices{{firstFrame, 0, int(firstFrame.height())}}
     , m_totalHeight(firstFrame.height())
     , m_last(std::move(firstDigest))
 {
@@ -374,11 +365,22 @@ AppendResult ScrollStitcher::accept(const QImage &frame, Digest next, qint64 shi
     using Kind = AppendResult::Kind;
     const qint64 rows = std::min(m_maxTotalHeight - m_totalHeight, shift);
     // A deep copy of the new rows: holding a view would keep the whole frame alive.
-    QImage strip = copyOfRows(frame, int(m_frameHeight - shift), int(rows));
-    if (strip.isNull())
-        return {Kind::noMatch};
-
-    m_slices.push_back(std::move(strip));
+    if (m_slab.isNull() || m_slab.format() != frame.format() || m_slabUsed + rows > m_slab.height()) {
+        const qint64 slabRows = std::max(rows, std::min(kSlabBytes / (m_frameWidth * qint64(sizeof(QRgb))),
+                                                        m_maxTotalHeight - m_totalHeight));
+        QImage slab = allocateImage(QSize(int(m_frameWidth), int(slabRows)), frame.format());
+        if (slab.isNull())
+            return {Kind::noMatch};
+        m_slabBits = slab.bits();  // before the slices share it, so that it never detaches
+        m_slab = std::move(slab);
+        m_slabUsed = 0;
+    }
+    const std::size_t rowBytes = std::size_t(m_frameWidth) * sizeof(QRgb);
+    for (qint64 y = 0; y < rows; ++y)
+        std::memcpy(m_slabBits + (m_slabUsed + y) * m_slab.bytesPerLine(),
+                    frame.constScanLine(int(m_frameHeight - shift + y)), rowBytes);
+    m_slices.push_back({m_slab, int(m_slabUsed), int(rows)});
+    m_slabUsed += rows;
     m_totalHeight += rows;
     m_last = std::move(next);
     if (m_totalHeight >= m_maxTotalHeight)
@@ -391,11 +393,11 @@ QImage ScrollStitcher::compose() const
     if (m_slices.empty())
         return {};
     if (m_slices.size() == 1)
-        return m_slices.front();
+        return m_slices.front().pixels;
 
     // Opaque captures stay opaque; an opaque 0xffRRGGBB word is also a valid premultiplied pixel.
-    const bool anyAlpha = std::any_of(m_slices.begin(), m_slices.end(), [](const QImage &slice) {
-        return slice.format() == QImage::Format_ARGB32_Premultiplied;
+    const bool anyAlpha = std::any_of(m_slices.begin(), m_slices.end(), [](const Slice &slice) {
+        return slice.pixels.format() == QImage::Format_ARGB32_Premultiplied;
     });
     QImage canvas = allocateImage(QSize(int(m_frameWidth), int(m_totalHeight)),
                                   anyAlpha ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32);
@@ -404,12 +406,12 @@ QImage ScrollStitcher::compose() const
 
     const std::size_t rowBytes = std::size_t(m_frameWidth) * sizeof(QRgb);
     int top = 0;
-    for (const QImage &slice : m_slices) {
-        for (int y = 0; y < slice.height(); ++y)
-            std::memcpy(canvas.scanLine(top + y), slice.constScanLine(y), rowBytes);
-        top += slice.height();
+    for (const Slice &slice : m_slices) {
+        for (int y = 0; y < slice.rows; ++y)
+            std::memcpy(canvas.scanLine(top + y), slice.pixels.constScanLine(slice.top + y), rowBytes);
+        top += slice.rows;
     }
-    const QImage &first = m_slices.front();
+    const QImage &first = m_slices.front().pixels;
     canvas.setColorSpace(first.colorSpace().isValid() ? first.colorSpace() : QColorSpace(QColorSpace::SRgb));
     canvas.setDevicePixelRatio(first.devicePixelRatio());
     return canvas;

@@ -71,8 +71,17 @@ private:
     const qint64 m_maxTotalHeight;
     const qint64 m_columns;
     const std::vector<std::uint32_t> m_rowKey; // one random word per pixel of a row, for the row hash
-    // Strips are deep copies of their rows, so no frame outlives its append().
-    std::vector<QImage> m_slices;
+    // Rows of the page in order: the first frame, then strips copied into
+    // shared slabs, so no frame outlives its append().
+    struct Slice {
+        QImage pixels;
+        int top;
+        int rows;
+    };
+    std::vector<Slice> m_slices;
+    QImage m_slab;  // the one strips are copied into now
+    uchar *m_slabBits = nullptr;
+    qint64 m_slabUsed = 0;
     qint64 m_totalHeight;
     Digest m_last; // of the frame the last slice was cut from
 };

@@ -72,7 +72,7 @@ QImage FakeScreenCapture::captureWindow(const WindowInfo &window, double scale)
     return windowImages.value(window.id).scaled(pixelSize(window.frame.size(), scale));
 }
 
-std::unique_ptr<OwnWindowsExclusion> FakeScreenCapture::excludeOwnWindows(const DisplayInfo &, const QRectF &)
+std::unique_ptr<OwnWindowsExclusion> FakeScreenCapture::excludeOwnWindows(const DisplayInfo &, const QRectF &, const QRectF &)
 {
     return std::make_unique<FakeExclusion>(exclusionsHeld);
 }

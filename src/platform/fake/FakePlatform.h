@@ -33,7 +33,8 @@ public:
     QImage captureDisplay(const DisplayInfo &display) override;
     QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
     QImage captureWindow(const WindowInfo &window, double scale) override;
-    std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect) override;
+    std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect,
+                                                           const QRectF &panel) override;
 
     // A display at the given frame and scale whose image is a recognisable pattern.
     static DisplayInfo display(quint32 id, QRect frame, double scale);

@@ -141,7 +141,7 @@ bool X11ImageTransfer::attachSegment()
     return true;
 }
 
-QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds)
+QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds, QImage recycled)
 {
     if (!m_x11.isAlive())
         throw Error(QStringLiteral("The connection to the X display was lost."));
@@ -216,7 +216,10 @@ QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const 
         try {
             const Band answer = await(current, band);
             if (image.isNull()) {
-                image = allocateHugePageImage(area.size(), formatForDepth(c, answer.depth));
+                const QImage::Format format = formatForDepth(c, answer.depth);
+                image = recycled.size() == area.size() && recycled.format() == format && recycled.isDetached()
+                            ? std::move(recycled)
+                            : allocateHugePageImage(area.size(), format);
                 if (image.isNull())
                     throw Error(QStringLiteral("Not enough memory for the screen image."));
                 if (clip != area)

@@ -27,8 +27,10 @@ public:
     // The pixels of `area` (device pixels) of a drawable that covers `bounds`;
     // what lies outside bounds is black (transparent for 32-bit drawables).
     // RGB32 for 24-bit drawables, ARGB32 premultiplied for 32-bit ones.
-    // Throws pixmora::Error when the server refuses.
-    QImage read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds);
+    // Throws pixmora::Error when the server refuses. The pixels go into
+    // `recycled` when no one else holds it and it has the size and format:
+    // fresh memory costs more than the copy itself.
+    QImage read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds, QImage recycled = {});
     // Puts an RGB32 or ARGB32 premultiplied image at the top-left corner of a
     // drawable of that depth (24 or 32), with `veil` (premultiplied) laid
     // over every pixel on the way, as QPainter would lay it. False, with the

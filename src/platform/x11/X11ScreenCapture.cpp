@@ -13,6 +13,7 @@
 
 #include <cmath>
 #include <cstdlib>
+#include <utility>
 
 namespace pixmora {
 
@@ -91,18 +92,22 @@ QImage X11ScreenCapture::captureRegion(const DisplayInfo &display, const QRectF 
             xcb_flush(c);
         }
     });
-    QImage image = m_x11.images().read(m_x11.root(), area, bounds);
-    if (m_exclusion)
+    QImage image = m_x11.images().read(m_x11.root(), area, bounds,
+                                       m_exclusion ? std::exchange(m_exclusion->lastFrame, {}) : QImage());
+    if (m_exclusion) {
         m_exclusion->uncover(image, area, bounds);
+        m_exclusion->lastFrame = image;
+    }
     return image;
 }
 
 std::unique_ptr<OwnWindowsExclusion> X11ScreenCapture::excludeOwnWindows(const DisplayInfo &display,
-                                                                         const QRectF &rect)
+                                                                         const QRectF &rect, const QRectF &panel)
 {
     const ScreenLayout layout = ScreenLayout::current(m_x11);
-    return std::make_unique<X11OwnWindowsExclusion>(m_x11, nativeArea(placementOf(layout, display), rect),
-                                                    m_exclusion);
+    const ScreenPlacement &screen = placementOf(layout, display);
+    return std::make_unique<X11OwnWindowsExclusion>(m_x11, nativeArea(screen, rect),
+                                                    panel.isEmpty() ? QRect() : nativeArea(screen, panel), m_exclusion);
 }
 
 bool X11ScreenCapture::compositorRunning()

@@ -19,7 +19,8 @@ public:
     QImage captureDisplay(const DisplayInfo &display) override;
     QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
     QImage captureWindow(const WindowInfo &window, double scale) override;
-    std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect) override;
+    std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect,
+                                                           const QRectF &panel) override;
 
 private:
     QRect rootBounds() const;
