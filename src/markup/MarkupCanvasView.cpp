@@ -1,7 +1,9 @@
 #include "markup/MarkupCanvasView.h"
 
+#include "image/ImageMemory.h"
 #include "markup/MarkupColors.h"
 
+#include <QColorSpace>
 #include <QKeyEvent>
 #include <QLineEdit>
 #include <QMouseEvent>
@@ -26,12 +28,44 @@ constexpr double kFieldLeftMargin = 2;
 constexpr int kFieldWidth = 220;
 constexpr double kMinimumFieldFont = 8;
 
+// The four channels of a pixel, 16 bits apart: sums of four pixels cannot carry into each other.
+quint64 spread(quint32 pixel)
+{
+    return (quint64(pixel & 0xff00ff00u) << 24 | (pixel & 0x00ff00ffu)) & 0x00ff00ff00ff00ffull;
+}
+
 // Pixels wholly inside the rectangle.
 QRect innerPixels(const QRectF &rect)
 {
     const QPoint topLeft(int(std::ceil(rect.left())), int(std::ceil(rect.top())));
     const QPoint bottomRight(int(std::floor(rect.right())) - 1, int(std::floor(rect.bottom())) - 1);
     return QRect(topLeft, bottomRight);
+}
+
+// Half the size, each pixel the mean of the four it replaces; the last row
+// or column of an odd size is left out. Null when there is no memory.
+QImage halved(const QImage &image)
+{
+    const QImage::Format format = image.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
+    const QImage source = image.format() == format ? image : image.convertToFormat(format);
+    QImage result = allocateImage(QSize(std::max(1, source.width() / 2), std::max(1, source.height() / 2)), format);
+    if (result.isNull() || source.isNull())
+        return {};
+    const bool oneWide = source.width() < 2, oneHigh = source.height() < 2;
+    for (int y = 0; y < result.height(); ++y) {
+        const auto *upper = reinterpret_cast<const quint32 *>(source.constScanLine(oneHigh ? 0 : 2 * y));
+        const auto *lower = reinterpret_cast<const quint32 *>(source.constScanLine(oneHigh ? 0 : 2 * y + 1));
+        auto *out = reinterpret_cast<quint32 *>(result.scanLine(y));
+        for (int x = 0; x < result.width(); ++x) {
+            const int left = oneWide ? 0 : 2 * x, right = oneWide ? 0 : 2 * x + 1;
+            const quint64 sum = 0x0002000200020002ull + spread(upper[left]) + spread(upper[right])
+                                + spread(lower[left]) + spread(lower[right]);
+            const quint64 mean = sum >> 2 & 0x00ff00ff00ff00ffull;
+            out[x] = quint32(mean | mean >> 24);
+        }
+    }
+    result.setColorSpace(source.colorSpace());
+    return result;
 }
 
 } // namespace
@@ -111,26 +145,28 @@ QRectF MarkupCanvasView::selectionOutline() const
 
 // --- Painting ---
 
-// Scaled once per size: the capture is far larger than the view.
+// The painter samples the capture bilinearly, which stays sharp down to half
+// size; below that it would alias, so it samples a copy halved as often as
+// needed instead, made once per zoom.
 const QImage &MarkupCanvasView::picture()
 {
-    const double ratio = devicePixelRatioF();
-    const QSize size = (displayRect().size() * ratio).toSize();
-    if (m_picture.size() == size && m_picture.devicePixelRatio() == ratio)
-        return m_picture;
     const QImage &base = m_document.baseImage();
-    if (size.isEmpty() || base.isNull())
-        m_picture = QImage();
-    else if (size == base.size())
-        m_picture = base;
-    else
-        m_picture = base.scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    // Straight copies onto the window's backing store, whatever the capture's format.
-    const QImage::Format fast = m_picture.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32;
-    if (!m_picture.isNull() && m_picture.format() != fast)
-        m_picture.convertTo(fast);
-    m_picture.setDevicePixelRatio(ratio);
-    return m_picture;
+    int halvings = 0;
+    for (double scale = displayScale() * devicePixelRatioF(); scale > 0 && scale < 0.5; scale *= 2)
+        ++halvings;
+    if (halvings == 0) {
+        m_reduced = {};
+        return base;
+    }
+    if (m_reducedHalvings != halvings || m_reduced.isNull()) {
+        m_reduced = {};
+        QImage reduced = halved(base);
+        for (int step = 1; step < halvings && !reduced.isNull(); ++step)
+            reduced = halved(reduced);
+        m_reduced = reduced.isNull() ? base : reduced;
+        m_reducedHalvings = halvings;
+    }
+    return m_reduced;
 }
 
 const std::vector<QRectF> &MarkupCanvasView::annotationAreas()
@@ -152,20 +188,30 @@ void MarkupCanvasView::paintEvent(QPaintEvent *event)
     const QRegion dirty = event->region();
     const QImage &shown = picture();
     const double ratio = devicePixelRatioF();
-    // On device pixels, so that the picture is copied, never resampled.
+    // On whole device pixels, so that a picture shown at its own size is copied, not resampled.
     const QRectF display = displayRect();
     const QRectF target(QPointF(std::round(display.x() * ratio), std::round(display.y() * ratio)) / ratio,
-                        QSizeF(shown.size()) / ratio);
+                        display.size());
 
     QPainter painter(this);
-    const QRegion margins = shown.hasAlphaChannel() ? dirty : dirty.subtracted(innerPixels(target));
+    const QRegion margins = shown.isNull() || shown.hasAlphaChannel() ? dirty : dirty.subtracted(innerPixels(target));
     for (const QRect &part : margins)
         painter.fillRect(part, palette().window());
-    for (const QRect &part : dirty) {
-        const QRectF shownPart = QRectF(part) & target;
-        if (!shownPart.isEmpty())
-            painter.drawImage(shownPart, shown,
-                              QRectF((shownPart.topLeft() - target.topLeft()) * ratio, shownPart.size() * ratio));
+    if (!shown.isNull() && !target.isEmpty()) {
+        // One mapping for every part, so that parts painted apart join as one paint would.
+        QTransform toView = QTransform::fromTranslate(target.x(), target.y());
+        toView.scale(target.width() / shown.width(), target.height() / shown.height());
+        painter.setRenderHint(QPainter::SmoothPixmapTransform);
+        for (const QRect &part : dirty) {
+            if (!QRectF(part).intersects(target))
+                continue;
+            painter.resetTransform();
+            painter.setClipRect(part);
+            painter.setTransform(toView);
+            painter.drawImage(QPointF(), shown);
+        }
+        painter.resetTransform();
+        painter.setRenderHint(QPainter::SmoothPixmapTransform, false);
     }
 
     // The strokes work out their pixels themselves and see only this clip, not the paint event's.

@@ -79,6 +79,7 @@ private:
     void beginTextEditing(QPointF viewPoint, QPointF imagePoint);
     void commitText();
     void documentChanged();
+    // What the view shows the capture from: itself, or a halved copy when zoomed far out.
     const QImage &picture();
     const std::vector<QRectF> &annotationAreas();
 
@@ -91,9 +92,9 @@ private:
     bool m_moving = false;  // a select-tool press is being dragged
     QPointer<QLineEdit> m_textField;
     std::optional<QPointF> m_pendingTextPoint;
-    // The capture scaled to the display rectangle in device pixels: moving
-    // the pointer repaints small parts of it, never scales again.
-    QImage m_picture;
+    // The capture halved m_reducedHalvings times, when the zoom asks for it.
+    QImage m_reduced;
+    int m_reducedHalvings = 0;
     // Each annotation's area in the view, so that a repaint draws only those it touches.
     std::optional<std::vector<QRectF>> m_areas;
 };

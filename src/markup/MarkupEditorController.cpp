@@ -11,7 +11,9 @@
 #include <QCloseEvent>
 #include <QDateTime>
 #include <QDir>
+#include <QCoreApplication>
 #include <QHBoxLayout>
+#include <QHash>
 #include <QMenu>
 #include <QPainter>
 #include <QPushButton>
@@ -63,9 +65,21 @@ struct Size {
 constexpr std::array<Size, 3> kSizes{{{"S", 2, 28}, {"M", 4, 40}, {"L", 8, 64}}};
 constexpr int kDefaultSize = 1;
 
+// Each SVG is parsed and rendered once per process: every editor shares the
+// icons, and with them the pixmaps rendered for the first.
 QIcon markupIcon(const char *name)
 {
-    return QIcon(QStringLiteral(":/markup/icons/%1.svg").arg(QLatin1String(name)));
+    static QHash<QString, QIcon> *icons = nullptr;
+    if (!icons) {
+        icons = new QHash<QString, QIcon>;
+        // Icons hold pixmaps, which must go before the application does.
+        qAddPostRoutine([] { delete std::exchange(icons, nullptr); });
+    }
+    const QString path = QStringLiteral(":/markup/icons/%1.svg").arg(QLatin1String(name));
+    auto found = icons->constFind(path);
+    if (found == icons->constEnd())
+        found = icons->insert(path, QIcon(path));
+    return *found;
 }
 
 QToolButton *iconButton(const QIcon &icon, const QString &description, const QString &toolTip)

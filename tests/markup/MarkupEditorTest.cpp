@@ -5,10 +5,8 @@
 #include <QAbstractButton>
 #include <QDir>
 #include <QMenu>
-#include <QPushButton>
 #include <QRegularExpression>
 #include <QTest>
-#include <QToolButton>
 
 #include <gtest/gtest.h>
 
@@ -22,6 +20,8 @@ QImage white(QSize size)
     return image;
 }
 
+const QColor kRed(255, 59, 48);
+
 // An editor on the fake platform's 1440 x 915 point main screen (875 points without its panel).
 struct Editor {
     FakePlatform fake;
@@ -29,10 +29,10 @@ struct Editor {
     QList<QPair<QImage, double>> saved;
     int discards = 0, closes = 0;
 
-    explicit Editor(QImage image = white({800, 600}), double scale = 2)
+    explicit Editor(QImage image = white({800, 600}))
     {
         fake.screens.displayList = {FakeScreenCapture::display(1, {0, 0, 1440, 915}, 2.0)};
-        editor = std::make_unique<MarkupEditorController>(image, scale, fake.platform());
+        editor = std::make_unique<MarkupEditorController>(image, 2, fake.platform());
         editor->onSave = [this](const QImage &flat, double flatScale) { saved.append({flat, flatScale}); };
         editor->onDiscard = [this] { ++discards; };
         editor->onClosed = [this] { ++closes; };
@@ -49,13 +49,13 @@ struct Editor {
         return nullptr;
     }
     void click(const QString &label) const { QTest::mouseClick(button(label), Qt::LeftButton); }
-    // A drag between two points of the image, with the current tool.
-    void drawOnCanvas(QPointF imageFrom, QPointF imageTo) const
+    // A rectangle between two points of the image.
+    void drawBox(QPointF imageFrom, QPointF imageTo) const
     {
+        click("Rectangle");
         const QPoint from = canvas().imageToView(imageFrom).toPoint();
         const QPoint to = canvas().imageToView(imageTo).toPoint();
         QTest::mousePress(&canvas(), Qt::LeftButton, {}, from);
-        QTest::mouseMove(&canvas(), (from + to) / 2);
         QTest::mouseMove(&canvas(), to);
         QTest::mouseRelease(&canvas(), Qt::LeftButton, {}, to);
     }
@@ -67,101 +67,76 @@ TEST(MarkupEditor, TheWindowShowsTheCaptureAtItsPointSizeOrSmallerToFitTheScreen
         {{3000, 2000}, 2, QRect(0, 0, 1440, 875), {1109.25, 787.5}},  // zoom 0.7395
         {{400, 200}, 2, QRect(0, 0, 1440, 875), {640, 148}},          // natural size, at least 640 wide
         {{4000, 3000}, 1, std::nullopt, {896, 720}},                  // room 1080 x 672: zoom 0.224
-        {{1000, 500}, 1, QRect(100, 50, 1920, 1080), {1000, 548}},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(testing::Message() << c.pixels.width() << "x" << c.pixels.height() << " at " << c.scale);
-        const QSizeF content = MarkupEditorController::contentSize(c.pixels, c.scale, c.visible);
-        EXPECT_DOUBLE_EQ(content.width(), c.content.width());
-        EXPECT_DOUBLE_EQ(content.height(), c.content.height());
+        EXPECT_EQ(MarkupEditorController::contentSize(c.pixels, c.scale, c.visible), c.content);
     }
     Editor editor(white({3000, 2000}));
-    EXPECT_EQ(editor.editor->windowTitle(), QString::fromUtf8("Pixmora — Markup"));
     EXPECT_EQ(editor.editor->size(), QSize(1109, 788));
-    // Centred in the visible frame, give or take the window frame's margins.
     const QPoint offCentre = editor.editor->geometry().center()
                              - editor.fake.screens.displayList.front().availableFrame.center();
-    EXPECT_LE(offCentre.manhattanLength(), 4);
-    EXPECT_NEAR(editor.canvas().displayScale(), 0.3697, 0.0001);
+    EXPECT_LE(offCentre.manhattanLength(), 4) << "centred, give or take the frame's margins";
     EXPECT_EQ(editor.editor->focusWidget(), &editor.canvas());
-    // A small capture's window is as wide as its toolbar, and centred as well.
+    // A small capture's window is as wide as its toolbar.
     Editor small(white({400, 200}));
-    EXPECT_GT(small.editor->minimumWidth(), 640);
-    EXPECT_EQ(small.editor->size(), QSize(small.editor->minimumWidth(), 148));
-    EXPECT_EQ(small.editor->geometry().center(), editor.editor->geometry().center());
+    EXPECT_EQ(small.editor->size(), QSize(std::max(small.editor->minimumWidth(), 640), 148));
 }
 
 TEST(MarkupEditor, ToolbarChoosesToolColourAndSizeAndEnablesUndoAndRedoOnlyWhenTheyCanAct)
 {
     Editor editor;
     const char *tools[] = {"Select / Move", "Arrow", "Rectangle", "Oval", "Line", "Freehand", "Highlighter", "Text"};
-    for (int raw = 0; raw < 8; ++raw)
-        EXPECT_EQ(editor.button(tools[raw])->isChecked(), raw == 1) << "the arrow starts selected";
+    EXPECT_EQ(editor.canvas().tool(), MarkupTool::arrow);
     for (int raw = 0; raw < 8; ++raw) {
-        QAbstractButton *tool = editor.button(tools[raw]);
-        ASSERT_NE(tool, nullptr);
-        EXPECT_FALSE(tool->icon().pixmap(18, 18).isNull()) << tools[raw];
+        EXPECT_FALSE(editor.button(tools[raw])->icon().pixmap(18, 18).isNull()) << tools[raw];
         editor.click(tools[raw]);
         EXPECT_EQ(int(editor.canvas().tool()), raw);
-        EXPECT_TRUE(tool->isChecked());
     }
-    EXPECT_EQ(editor.button("Undo (Ctrl+Z)")->accessibleName(), "Undo");
-    EXPECT_EQ(editor.button("Redo (Ctrl+Shift+Z)")->accessibleName(), "Redo");
-
     const struct { const char *label; double width, font; } sizes[] = {{"S", 2, 28}, {"L", 8, 64}, {"M", 4, 40}};
     for (const auto &size : sizes) {
         editor.click(size.label);
         EXPECT_EQ(editor.canvas().lineWidthPoints(), size.width);
         EXPECT_EQ(editor.canvas().fontImagePx(), size.font);
     }
-    EXPECT_EQ(editor.canvas().color(), QColor(255, 59, 48));
+    EXPECT_EQ(editor.canvas().color(), kRed);
     editor.click(QColor(0, 122, 255).name());
     EXPECT_EQ(editor.canvas().color(), QColor(0, 122, 255));
 
-    QAbstractButton *undo = editor.button("Undo");
-    QAbstractButton *redo = editor.button("Redo");
-    EXPECT_FALSE(undo->isEnabled());
-    EXPECT_FALSE(redo->isEnabled());
-    editor.click("Rectangle");
-    editor.drawOnCanvas({300, 100}, {400, 200});
-    EXPECT_TRUE(undo->isEnabled());
-    EXPECT_EQ(editor.canvas().document().annotations().front().color(), QColor(0, 122, 255));
+    QAbstractButton *undo = editor.button("Undo (Ctrl+Z)");
+    QAbstractButton *redo = editor.button("Redo (Ctrl+Shift+Z)");
+    const auto enabled = [&] { return std::pair(undo->isEnabled(), redo->isEnabled()); };
+    EXPECT_EQ(enabled(), std::pair(false, false));
+    editor.drawBox({300, 100}, {400, 200});
+    EXPECT_EQ(enabled(), std::pair(true, false));
     editor.click("Undo");
     EXPECT_TRUE(editor.canvas().document().annotations().empty());
-    EXPECT_FALSE(undo->isEnabled());
-    EXPECT_TRUE(redo->isEnabled());
+    EXPECT_EQ(enabled(), std::pair(false, true));
     editor.click("Redo");
     EXPECT_EQ(editor.canvas().document().annotations().size(), 1u);
-    EXPECT_FALSE(redo->isEnabled());
+    EXPECT_EQ(enabled(), std::pair(true, false));
 }
 
-TEST(MarkupEditor, CopyAndSaveHandOverTheFlattenedCaptureAtItsScale)
+TEST(MarkupEditor, CopySaveAndShareHandOverTheFlattenedCaptureAtItsScale)
 {
     Editor editor;
-    editor.click("Rectangle");
-    editor.drawOnCanvas({360, 200}, {560, 400});
+    editor.drawBox({360, 200}, {560, 400});
     editor.click("Copy");
     ASSERT_EQ(editor.fake.clipboard.items.size(), 1);
     const QImage copied = QImage::fromData(editor.fake.clipboard.items.front());
     EXPECT_EQ(copied.size(), QSize(800, 600));
     EXPECT_EQ(qRound(copied.dotsPerMeterX() * 0.0254), 144);
-    const Annotation &box = editor.canvas().document().annotations().front();
-    EXPECT_EQ(copied.pixelColor(box.points().front().toPoint()), QColor(255, 59, 48));
+    EXPECT_EQ(copied.pixelColor(360, 200), kRed);
 
     editor.click("Save");
-    editor.drawOnCanvas({400, 380}, {600, 560});
+    editor.drawBox({400, 380}, {600, 560});
     editor.click("Save");
     ASSERT_EQ(editor.saved.size(), 2);
     EXPECT_EQ(editor.saved[0].second, 2.0);
-    const QPoint second = editor.canvas().document().annotations().back().points().front().toPoint();
-    EXPECT_EQ(editor.saved[0].first.pixelColor(second), QColor(Qt::white));
-    EXPECT_EQ(editor.saved[1].first.pixelColor(second), QColor(255, 59, 48));
+    EXPECT_EQ(editor.saved[0].first.pixelColor(400, 380), QColor(Qt::white));
+    EXPECT_EQ(editor.saved[1].first.pixelColor(400, 380), kRed);
     EXPECT_TRUE(editor.editor->isVisible()) << "saving keeps the window open";
-}
 
-TEST(MarkupEditor, ShareWritesATemporaryFileAndOffersApplicationsTheFileManagerAndItsPath)
-{
-    Editor editor;
     editor.fake.sharing.applications = {{"viewer.desktop", "Image Viewer", "image-viewer"},
                                         {"paint.desktop", "Paint", ""}};
     editor.click("Share");
@@ -171,28 +146,18 @@ TEST(MarkupEditor, ShareWritesATemporaryFileAndOffersApplicationsTheFileManagerA
     for (QAction *action : menu->actions())
         titles << action->text();
     EXPECT_EQ(titles, (QStringList{"Image Viewer", "Paint", "", "Show in File Manager", "Copy File Path"}));
-
     menu->actions()[1]->trigger();
     ASSERT_EQ(editor.fake.sharing.launches.size(), 1u);
     EXPECT_EQ(editor.fake.sharing.launches[0].applicationId, "paint.desktop");
     const QString path = editor.fake.sharing.launches[0].path;
     EXPECT_EQ(QFileInfo(path).absolutePath(), QDir(QDir::tempPath()).absolutePath());
     EXPECT_TRUE(QRegularExpression("^Screenshot-\\d{10}\\.png$").match(QFileInfo(path).fileName()).hasMatch());
-    const QImage shared(path);
-    EXPECT_EQ(shared.size(), QSize(800, 600));
-    EXPECT_EQ(qRound(shared.dotsPerMeterX() * 0.0254), 144);
+    EXPECT_EQ(QImage(path).pixelColor(400, 380), kRed);
     menu->actions()[3]->trigger();
     EXPECT_EQ(editor.fake.desktop.revealedPaths, QStringList{path});
     menu->actions()[4]->trigger();
     EXPECT_EQ(editor.fake.clipboard.text, path);
     QFile::remove(path);
-
-    // Without applications for PNG, the two other entries remain.
-    editor.fake.sharing.applications.clear();
-    editor.click("Share");
-    ASSERT_NE(editor.editor->shareMenu(), nullptr);
-    EXPECT_EQ(editor.editor->shareMenu()->actions().size(), 2);
-    QFile::remove(QDir(QDir::tempPath()).filePath(QFileInfo(path).fileName()));
 }
 
 TEST(MarkupEditor, DiscardAsksFirstAndDoneClosesWithoutAsking)
@@ -207,18 +172,15 @@ TEST(MarkupEditor, DiscardAsksFirstAndDoneClosesWithoutAsking)
     EXPECT_EQ(alert.buttons, (QStringList{"Discard", "Cancel"}));
     EXPECT_EQ(editor.discards, 0);
     EXPECT_TRUE(editor.editor->isVisible());
-
     editor.click("Discard this screenshot");
     EXPECT_EQ(editor.discards, 1);
     EXPECT_EQ(editor.closes, 1);
     EXPECT_FALSE(editor.editor->isVisible());
 
     Editor done;
-    done.click("Rectangle");
-    done.drawOnCanvas({300, 100}, {400, 200});
+    done.drawBox({300, 100}, {400, 200});
     done.click("Done");
     EXPECT_FALSE(done.editor->isVisible());
-    EXPECT_EQ(done.closes, 1);
     EXPECT_TRUE(done.saved.isEmpty());
     EXPECT_TRUE(done.fake.dialogs.alerts.isEmpty());
     done.editor->close();
