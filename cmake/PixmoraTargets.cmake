@@ -2,7 +2,11 @@
 function(pixmora_target_options target)
     target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor
         # GCC 12 reports std::optional<QString> members as maybe-uninitialized at -O2.
-        -Wno-maybe-uninitialized)
+        -Wno-maybe-uninitialized
+        # Some dependencies bring -pthread and others do not; the same flags
+        # everywhere let all targets share one precompiled header, and a header
+        # that stops fitting is reported instead of silently compiled anew.
+        -pthread -Winvalid-pch)
     if(PIXMORA_WERROR)
         target_compile_options(${target} PRIVATE -Werror)
     endif()
@@ -12,10 +16,18 @@ function(pixmora_target_options target)
     endif()
 endfunction()
 
-# Qt's headers dominate compile time on two cores.
-function(pixmora_precompile_qt target)
-    target_precompile_headers(${target} PRIVATE <QImage> <QObject> <QString> <QWidget> <QPainter>
-                              <functional> <memory> <optional> <vector>)
+# Qt's headers dominate compile time on two cores. They are precompiled once
+# for all libraries and once for all tests (GCC takes a precompiled header only
+# when the flags match, and they do within each kind), not once per target.
+function(pixmora_shared_headers name)
+    cmake_parse_arguments(ARG "" "" "HEADERS;LIBS" ${ARGN})
+    # An empty source: the target exists only to compile the header.
+    file(WRITE ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp "")
+    add_library(${name} OBJECT ${CMAKE_CURRENT_BINARY_DIR}/${name}.cpp)
+    target_link_libraries(${name} PRIVATE ${ARG_LIBS})
+    pixmora_target_options(${name})
+    target_precompile_headers(${name} PRIVATE <QImage> <QObject> <QString> <QWidget> <QPainter>
+                              <functional> <memory> <optional> <vector> ${ARG_HEADERS})
 endfunction()
 
 # A GoogleTest executable with a QApplication main, registered with CTest.
@@ -32,8 +44,7 @@ function(pixmora_test name)
         list(APPEND ARG_SOURCES ${PROJECT_SOURCE_DIR}/tests/support/TestMain.cpp)
     endif()
     add_executable(${name} ${ARG_SOURCES})
-    pixmora_precompile_qt(${name})
-    target_precompile_headers(${name} PRIVATE <gtest/gtest.h>)
+    target_precompile_headers(${name} REUSE_FROM pixmora_test_headers)
     target_include_directories(${name} PRIVATE ${PROJECT_SOURCE_DIR}/tests/support)
     target_link_libraries(${name} PRIVATE ${ARG_LIBS} GTest::gtest GTest::gmock Qt6::Widgets Qt6::Test)
     pixmora_target_options(${name})
@@ -47,9 +58,9 @@ endfunction()
 # One static library per folder of src/, named pixmora_<folder> ("/" becomes "_").
 # DEPENDS lists the folders it may use: it links their libraries, and the
 # layering check fails the build when a file includes any other folder.
-# PRECOMPILE_QT pays off for folders with many sources that use widgets.
+# GUI_ONLY: the folder uses Qt Gui but not Widgets, so the shared headers do not fit it.
 function(pixmora_library folder)
-    cmake_parse_arguments(ARG "PRECOMPILE_QT" "" "DEPENDS;LIBS" ${ARGN})
+    cmake_parse_arguments(ARG "GUI_ONLY" "" "DEPENDS;LIBS" ${ARGN})
     string(REPLACE "/" "_" name "pixmora_${folder}")
     file(GLOB sources CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/src/${folder}/*.cpp
          ${PROJECT_SOURCE_DIR}/src/${folder}/*.h ${PROJECT_SOURCE_DIR}/src/${folder}/*.qrc)
@@ -62,8 +73,8 @@ function(pixmora_library folder)
     endforeach()
     target_link_libraries(${name} PUBLIC ${ARG_LIBS})
     pixmora_target_options(${name})
-    if(ARG_PRECOMPILE_QT)
-        pixmora_precompile_qt(${name})
+    if(NOT ARG_GUI_ONLY)
+        target_precompile_headers(${name} REUSE_FROM pixmora_library_headers)
     endif()
     add_dependencies(${name} pixmora_layering)
     set_property(GLOBAL APPEND PROPERTY PIXMORA_FOLDERS ${folder})
