@@ -92,6 +92,26 @@ TEST(StatusMenuTest, ChecksEnablesAndNamesTheFolderAsTheSettingsAreWhenItOpens)
     EXPECT_EQ(saveTo->text(), "Save To: Shots && Clips…");
 }
 
+// Every item in its place with its shortcut; check marks only where there is a setting.
+TEST(StatusMenuTest, HoldsEveryCommandInOrder)
+{
+    AppHarness h;
+    h.app->applicationDidFinishLaunching();
+    QStringList shown;
+    for (const QAction *action : h.app->statusMenu()->menu()->actions())
+        shown << (action->isSeparator() ? QString("---")
+                                        : action->text() + (action->isCheckable() ? " [x]" : "") +
+                                              (action->shortcut().isEmpty() ? "" : " " + action->shortcut().toString()));
+    EXPECT_EQ(shown, (QStringList{"Capture Area Ctrl+Shift+1", "Capture Window Ctrl+Shift+2",
+                                  "Capture Full Screen Ctrl+Shift+3", "Capture Scrolling Ctrl+Shift+4",
+                                  "Full Screen After 5 Seconds", "---",
+                                  "Clipboard Only (No File) [x]", "Also Copy to Clipboard (Ctrl+V) [x]",
+                                  "Open After Saving [x]", "Shadow on Window Captures [x]", "---", "Save To…",
+                                  "Show Captures Folder in File Manager", "Recent Captures…", "---",
+                                  "Launch at Login [x]", "Instructions", "About Pixmora", "---",
+                                  "Quit Pixmora Ctrl+Q"}));
+}
+
 // Made once, brought forward and reloaded at every opening; without a
 // history folder there is only the alert.
 TEST(StatusMenuTest, RecentCapturesOpensOneWindowAndReloadsItEachTime)
