@@ -2,6 +2,7 @@
 
 #include "app/CaptureFileNames.h"
 #include "markup/MarkupCanvasView.h"
+#include "markup/MarkupEditorController.h"
 #include "preview/PreviewThumbView.h"
 
 #include <QApplication>
@@ -74,11 +75,20 @@ TEST(DeliveryTest, EachModeSendsTheCapturesWhereTheyBelong)
         const auto history = h.app->history()->entries();
         EXPECT_EQ(history.size(), 2u) << "captures of one millisecond must not overwrite each other";
         EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
-        // A click on the thumbnail opens the primary image in an editor.
+        // The thumbnail opens the primary image in an editor, whose discard removes this delivery's
+        // files, not those of one delivered meanwhile, and the image on the clipboard; the history keeps its copies.
         ASSERT_NE(visibleThumbnail(), nullptr);
         QTest::mouseClick(visibleThumbnail(), Qt::LeftButton);
         ASSERT_EQ(h.app->markupEditors().size(), 1u);
         EXPECT_EQ(h.app->markupEditors().front()->canvas()->document().baseImage(), screens[0]);
+        h.app->deliver({{red, 1.0}});
+        QStringList kept;
+        for (const QString &path : opened.mid(c.saved))
+            kept << QFileInfo(path).fileName();
+        h.app->markupEditors().front()->discardAction();
+        EXPECT_EQ(QDir(folder).entryList(QDir::Files), kept);
+        EXPECT_TRUE(h.fake.clipboard.items.isEmpty());
+        EXPECT_EQ(h.app->history()->entries().size(), 3u);
     }
 }
 

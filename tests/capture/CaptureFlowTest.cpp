@@ -42,18 +42,11 @@ protected:
         return flow;
     }
 
-    void failSecondDisplay()
-    {
-        fake.screens.beforeDisplayCapture = [](const DisplayInfo &display) {
-            if (display.id == 2)
-                throw Error("The display went away.");
-        };
-    }
-
     FakePlatform fake;
     std::vector<CaptureOutcome> outcomes;
 };
 
+// A failed snapshot ends the area and window flows too, before any overlay opens.
 TEST_F(CaptureFlowTest, FullScreenGivesEveryDisplayAtItsScaleOrTheFirstFailureAndNothingElse)
 {
     start<FullScreenCaptureFlow>(fake.screens);
@@ -65,16 +58,23 @@ TEST_F(CaptureFlowTest, FullScreenGivesEveryDisplayAtItsScaleOrTheFirstFailureAn
         EXPECT_EQ(outcomes[0].images[i].scale, display.scale);
     }
 
-    failSecondDisplay();
+    fake.screens.beforeDisplayCapture = [](const DisplayInfo &display) {
+        if (display.id == 2)
+            throw Error("The display went away.");
+    };
     start<FullScreenCaptureFlow>(fake.screens);
+    const auto area = start<AreaCaptureFlow>(fake.screens, fake.desktop);
+    const auto window = start<WindowCaptureFlow>(fake.screens, fake.desktop, true);
+    EXPECT_TRUE(fake.desktop.overlays.isEmpty());
+    EXPECT_EQ(area->regionController(), nullptr);
+    EXPECT_EQ(window->windowPicker(), nullptr);
     fake.screens.displayList.clear();
     start<FullScreenCaptureFlow>(fake.screens);
-    ASSERT_EQ(outcomes.size(), 3u);
-    for (const auto &[outcome, reason] : {std::pair{outcomes[1], "The display went away."},
-                                          std::pair{outcomes[2], "No display found to capture."}}) {
-        EXPECT_TRUE(outcome.images.isEmpty());
-        ASSERT_TRUE(outcome.error);
-        EXPECT_EQ(outcome.error->description(), reason);
+    ASSERT_EQ(outcomes.size(), 5u);
+    for (std::size_t i = 1; i < 5; ++i) {
+        EXPECT_TRUE(outcomes[i].images.isEmpty());
+        ASSERT_TRUE(outcomes[i].error);
+        EXPECT_EQ(outcomes[i].error->description(), i < 4 ? "The display went away." : "No display found to capture.");
     }
 }
 
@@ -171,19 +171,6 @@ TEST_F(CaptureFlowTest, ScrollingRefusesLowSelectionsThenCapturesTheRectangleLiv
         EXPECT_EQ(flow->scrollCapture(), nullptr);
         EXPECT_EQ(fake.screens.exclusionsHeld, 0);
     }
-}
-
-TEST_F(CaptureFlowTest, AFailedSnapshotEndsTheAreaAndWindowFlowsBeforeAnyOverlayOpens)
-{
-    failSecondDisplay();
-    const auto area = start<AreaCaptureFlow>(fake.screens, fake.desktop);
-    const auto window = start<WindowCaptureFlow>(fake.screens, fake.desktop, true);
-    ASSERT_EQ(outcomes.size(), 2u);
-    for (const CaptureOutcome &outcome : outcomes)
-        EXPECT_EQ(outcome.error.value_or(Error("")).description(), "The display went away.");
-    EXPECT_TRUE(fake.desktop.overlays.isEmpty());
-    EXPECT_EQ(area->regionController(), nullptr);
-    EXPECT_EQ(window->windowPicker(), nullptr);
 }
 
 } // namespace
