@@ -25,6 +25,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollBar>
+#include <QTimer>
 #include <QtMath>
 #include <QVBoxLayout>
 
@@ -58,7 +59,8 @@ void setSecondaryColour(QWidget *label)
 } // namespace
 
 HistoryWindowController::HistoryWindowController(CaptureHistoryStore &store, Clipboard &clipboard, Dialogs &dialogs,
-                                                 OnOpen onOpen, std::optional<QString> thumbnailCache)
+                                                 OnOpen onOpen, std::optional<QString> thumbnailCache,
+                                                 QThread::Priority background)
     : m_store(store), m_clipboard(clipboard), m_dialogs(dialogs), m_onOpen(std::move(onOpen))
 {
     // Thumbnails are decoded at the size a tile shows them on the main screen.
@@ -66,9 +68,18 @@ HistoryWindowController::HistoryWindowController(CaptureHistoryStore &store, Cli
     const qreal ratio = QGuiApplication::primaryScreen() ? QGuiApplication::primaryScreen()->devicePixelRatio() : 1.0;
     m_thumbnails = std::make_unique<HistoryThumbnailLoader>(
         QSize(qCeil(box.width() * ratio), qCeil(box.height() * ratio)), std::move(thumbnailCache),
-        [this](const QString &path) { showThumbnail(path); });
+        [this](const QString &path) { showThumbnail(path); }, background);
     for (const Entry &entry : m_store.entries())
         m_seenPaths.insert(entry.path);
+    // Shortly after start, the history found there is readied on disk in the
+    // background, so that even the first opening finds its thumbnails.
+    QTimer::singleShot(prepareAfterStartMs, this, [this] {
+        if (m_window && m_window->isVisible())
+            return;
+        const std::vector<HistoryThumbnailLoader::File> files = filesOf(m_store.entries());
+        m_thumbnails->keepOnDiskOnly(files);
+        m_thumbnails->prepareOnDisk(files);
+    });
     // While hidden, the next opening reloads anyway; meanwhile a deleted
     // capture's thumbnail goes at once, and a new one's is made ready.
     m_listenerId = m_store.addListener([this] {
@@ -191,7 +202,11 @@ void HistoryWindowController::showWindow()
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
+    // Laid out now: the tiles in view go first.
+    requestThumbnails();
 }
+
+void HistoryWindowController::pauseBackgroundWork(bool paused) { m_thumbnails->pauseBackground(paused); }
 
 void HistoryWindowController::reload()
 {
@@ -250,20 +265,19 @@ QString HistoryWindowController::clearQuestion(qsizetype count)
         .arg(count == 1 ? "" : "s");
 }
 
-// The tiles on screen first, then the rest from the top, so that scrolling
-// finds them ready.
+// The tiles on screen now, then the rest from the top in the background,
+// so that scrolling finds them ready.
 void HistoryWindowController::requestThumbnails()
 {
-    if (!m_window->isVisible()) {
-        m_thumbnails->request(m_files);
+    if (!m_window->isVisible())
         return;
-    }
     std::vector<HistoryThumbnailLoader::File> visible, rest;
     const QRect shown = m_grid->viewport()->rect();
     for (int row = 0; row < m_grid->count(); ++row)
         (m_grid->visualItemRect(m_grid->item(row)).intersects(shown) ? visible : rest).push_back(m_files[size_t(row)]);
+    const size_t urgent = visible.size();
     visible.insert(visible.end(), rest.begin(), rest.end());
-    m_thumbnails->request(visible);
+    m_thumbnails->request(visible, urgent);
 }
 
 void HistoryWindowController::showThumbnail(const QString &path)
@@ -276,13 +290,15 @@ void HistoryWindowController::showThumbnail(const QString &path)
         m_grid->item(*row)->setData(Qt::DecorationRole, thumbnail);
 }
 
+// What the window did not get to is readied on disk in the background.
 void HistoryWindowController::releaseThumbnails()
 {
     m_grid->clear();
     m_entries.clear();
-    m_files.clear();
     m_rowOfPath.clear();
     m_thumbnails->clear();
+    m_thumbnails->prepareOnDisk(m_files);
+    m_files.clear();
 }
 
 const HistoryWindowController::Entry *HistoryWindowController::entryAt(int row) const

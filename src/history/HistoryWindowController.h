@@ -36,9 +36,12 @@ public:
     // and its file.
     using OnOpen = std::function<void(const QImage &image, double scale, const QString &path)>;
 
-    // thumbnailCache: where thumbnails are kept between openings, or nothing.
+    // thumbnailCache: where thumbnails are kept between openings, or
+    // nothing. background: the priority of work the user does not wait for
+    // (tests raise it, so that a loaded machine cannot starve them).
     HistoryWindowController(CaptureHistoryStore &store, Clipboard &clipboard, Dialogs &dialogs, OnOpen onOpen,
-                            std::optional<QString> thumbnailCache = std::nullopt);
+                            std::optional<QString> thumbnailCache = std::nullopt,
+                            QThread::Priority background = QThread::IdlePriority);
     ~HistoryWindowController() override;
 
     // Nothing before the first showing.
@@ -46,6 +49,9 @@ public:
     // Reloads, centres the window on the screen and brings it to the front.
     void showWindow();
     void reload();
+    // Captures come first: no thumbnail is readied in the background while
+    // one runs.
+    void pauseBackgroundWork(bool paused);
 
     void open(const Entry &entry);
     void copy(const Entry &entry);
@@ -80,6 +86,8 @@ private:
     void releaseThumbnails();
     const Entry *entryAt(int row) const;
     void popUpContextMenu(QPoint position);
+
+    static constexpr int prepareAfterStartMs = 1000;
 
     CaptureHistoryStore &m_store;
     Clipboard &m_clipboard;

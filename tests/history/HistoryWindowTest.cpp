@@ -116,7 +116,7 @@ TEST(HistoryThumbnailLoaderTest, KeepsLargeThumbnailsOnDiskForExactlyTheirFile)
     };
     const auto load = [&](const HistoryThumbnailLoader::File &file) {
         HistoryThumbnailLoader loader({90, 60}, cache, {});
-        loader.request({file});
+        loader.request({file}, 1);
         EXPECT_TRUE(waitUntil([&] { return loader.idle(); }));
         return loader.thumbnail(file);
     };
@@ -139,10 +139,9 @@ TEST(HistoryThumbnailLoaderTest, KeepsLargeThumbnailsOnDiskForExactlyTheirFile)
     EXPECT_TRUE(QDir(cache).entryList(QDir::Files).isEmpty());
 }
 
-// Thumbnails of captures taken while the window is hidden are ready on disk
-// for its next opening; those of deleted captures go at once. The history
-// found at start is left for the window to decode when it is wanted.
-TEST(HistoryWindowCacheTest, ReadiesNewCapturesOnDiskAndForgetsDeletedOnes)
+// Shortly after start the history found there is readied on disk, then each
+// capture taken while the window is hidden; a deleted capture's goes at once.
+TEST(HistoryWindowCacheTest, ReadiesThumbnailsOnDiskInTheBackgroundAndForgetsDeletedOnes)
 {
     QTemporaryDir root;
     CaptureHistoryStore store(root.filePath("History"));
@@ -151,14 +150,19 @@ TEST(HistoryWindowCacheTest, ReadiesNewCapturesOnDiskAndForgetsDeletedOnes)
     ASSERT_TRUE(store.add(large, noon));
     FakeClipboard clipboard;
     FakeDialogs dialogs;
-    HistoryWindowController controller(store, clipboard, dialogs, {}, cache);
+    HistoryWindowController controller(store, clipboard, dialogs, {}, cache, QThread::NormalPriority);
     const auto cached = [&] { return QDir(cache).entryList(QDir::Files).size(); };
+    ASSERT_TRUE(waitUntil([&] { return cached() == 1; })) << "the history found at start";
+    controller.pauseBackgroundWork(true);
     ASSERT_TRUE(store.add(large, noon.addSecs(1)));
-    ASSERT_TRUE(waitUntil([&] { return controller.thumbnails().idle(); }));
-    EXPECT_EQ(cached(), 1);
+    ASSERT_TRUE(store.add(large, noon.addSecs(2)));
+    QTest::qWait(300);
+    EXPECT_EQ(cached(), 1) << "nothing while a capture runs";
+    controller.pauseBackgroundWork(false);
+    ASSERT_TRUE(waitUntil([&] { return cached() == 3; }));
     EXPECT_EQ(controller.window(), nullptr) << "no window until it is shown";
     store.remove(store.entries().front());
-    EXPECT_EQ(cached(), 0);
+    EXPECT_EQ(cached(), 2);
 }
 
 class HistoryWindowTest : public ::testing::Test {
@@ -175,10 +179,14 @@ protected:
     FakeClipboard clipboard;
     FakeDialogs dialogs;
     std::vector<Opened> opened;
-    HistoryWindowController controller{store, clipboard, dialogs,
+    HistoryWindowController controller{store,
+                                       clipboard,
+                                       dialogs,
                                        [this](const QImage &image, double scale, const QString &path) {
                                            opened.push_back({image, scale, path});
-                                       }};
+                                       },
+                                       std::nullopt,
+                                       QThread::NormalPriority};
 
     QString add(QSize size, QColor colour, double scale, int second)
     {
