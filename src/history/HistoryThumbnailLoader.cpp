@@ -1,5 +1,6 @@
 #include "history/HistoryThumbnailLoader.h"
 
+#include "history/CaptureHistoryStore.h"
 #include "image/ScaledPngDecoder.h"
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
@@ -36,6 +37,7 @@ QImage HistoryThumbnailLoader::decode(const QString &path, QSize box)
     QImage image = decodeScaledPng(file, bound);
     if (image.isNull() && file.seek(0)) {
         QImageReader reader(&file);
+        reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
         reader.setAutoTransform(true);
         const QSize size = reader.size();
         if (size.isValid() && (size.width() > bound.width() || size.height() > bound.height()))

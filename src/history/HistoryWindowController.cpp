@@ -37,14 +37,29 @@ namespace {
 
 constexpr int entryRole = Qt::UserRole;
 
-std::optional<QByteArray> readFile(const QString &path)
+// The capture's PNG bytes, and its decoded image when asked for; nothing
+// when the file cannot be read, is no PNG or does not decode.
+std::optional<QByteArray> readCapture(const QString &path, QImage *decoded = nullptr)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         qCWarning(lcHistory).noquote() << "Could not read" << path << file.errorString();
         return std::nullopt;
     }
-    return file.readAll();
+    QByteArray png = file.readAll();
+    QBuffer buffer(&png);
+    QImageReader reader(&buffer);
+    reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
+    reader.setAutoTransform(true);
+    if (reader.format() != "png" || !reader.size().isValid()) {
+        qCWarning(lcHistory).noquote() << "Not a PNG image:" << path;
+        return std::nullopt;
+    }
+    if (decoded && (*decoded = reader.read()).isNull()) {
+        qCWarning(lcHistory).noquote() << "Could not decode" << path << reader.errorString();
+        return std::nullopt;
+    }
+    return png;
 }
 
 void setSecondaryColour(QWidget *label)
@@ -313,42 +328,22 @@ double HistoryWindowController::scaleOfPng(QByteArrayView png)
 
 void HistoryWindowController::open(const Entry &entry)
 {
-    const std::optional<QByteArray> png = readFile(entry.path);
-    if (!png)
-        return;
-    QBuffer buffer;
-    buffer.setData(*png);
-    QImageReader reader(&buffer);
-    reader.setAutoTransform(true);
-    const QImage image = reader.read();
-    if (image.isNull()) {
-        qCWarning(lcHistory).noquote() << "Could not decode" << entry.path << reader.errorString();
-        return;
-    }
-    if (m_onOpen)
+    QImage image;
+    if (const std::optional<QByteArray> png = readCapture(entry.path, &image); png && m_onOpen)
         m_onOpen(image, scaleOfPng(*png), entry.path);
 }
 
 // The file's own bytes go to the clipboard: they are PNG already.
 void HistoryWindowController::copy(const Entry &entry)
 {
-    const std::optional<QByteArray> png = readFile(entry.path);
-    if (!png)
-        return;
-    QBuffer buffer;
-    buffer.setData(*png);
-    QImageReader reader(&buffer);
-    if (reader.format() != "png" || !reader.size().isValid()) {
-        qCWarning(lcHistory).noquote() << "Not copied, no PNG image:" << entry.path;
-        return;
-    }
-    m_clipboard.setPngImages({*png});
+    if (const std::optional<QByteArray> png = readCapture(entry.path))
+        m_clipboard.setPngImages({*png});
 }
 
 void HistoryWindowController::saveCopy(const Entry &entry)
 {
     // A capture that is gone asks for no place to save it.
-    const std::optional<QByteArray> png = readFile(entry.path);
+    const std::optional<QByteArray> png = readCapture(entry.path);
     if (!png)
         return;
     const std::optional<QString> target = m_dialogs.choosePngSaveLocation(QFileInfo(entry.path).fileName());
