@@ -111,15 +111,12 @@ void HistoryThumbnailLoader::keepOnDiskOnly(const std::vector<File> &files)
 }
 
 HistoryThumbnailLoader::HistoryThumbnailLoader(QSize box, std::optional<QString> cacheFolder,
-                                               std::function<void(const QString &path)> onReady,
-                                               QThread::Priority background)
+                                               std::function<void(const QString &path)> onReady)
     : m_box(box), m_cacheFolder(std::move(cacheFolder)), m_onReady(std::move(onReady))
 {
     // Never more jobs in a pool than threads: the order of what waits stays ours.
     m_urgentPool.setMaxThreadCount(std::max(1, QThread::idealThreadCount()));
     m_laterPool.setMaxThreadCount(1);
-    // Idle is the only level under normal that takes effect on Linux (SCHED_IDLE).
-    m_laterPool.setThreadPriority(background);
 }
 
 HistoryThumbnailLoader::~HistoryThumbnailLoader()

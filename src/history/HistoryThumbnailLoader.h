@@ -5,7 +5,6 @@
 #include <QObject>
 #include <QSize>
 #include <QString>
-#include <QThread>
 #include <QThreadPool>
 
 #include <deque>
@@ -18,8 +17,10 @@ namespace pixmora {
 // Decodes the history's thumbnails off the main thread and keeps them in
 // memory until cleared. The tiles a user looks at decode on one thread per
 // core; everything else (the window's other tiles, thumbnails readied on
-// disk for the next opening) on one worker at idle priority, which yields to
-// every other thread, the user interface's included, and waits while paused.
+// disk for the next opening) on one background worker, which leaves the
+// other cores to the user interface and waits while paused. It runs at
+// normal priority: at idle priority (SCHED_IDLE) a busy machine starved it,
+// none of 60 thumbnails in 5 s.
 // Thumbnails of large files are also kept on disk, in a private folder. A
 // thumbnail belongs to one version of its file (its stamp, which is part of
 // the cached file's name), so a file replaced under the same name is decoded
@@ -50,11 +51,9 @@ public:
     static QImage decode(const QString &path, QSize box);
 
     // onReady(path) is told on the main thread when a thumbnail was decoded
-    // (or failed to). cacheFolder: where thumbnails are kept on disk, or
-    // nothing. background: the priority of the background worker.
+    // (or failed to). cacheFolder: where thumbnails are kept on disk, or nothing.
     HistoryThumbnailLoader(QSize box, std::optional<QString> cacheFolder,
-                           std::function<void(const QString &path)> onReady,
-                           QThread::Priority background = QThread::IdlePriority);
+                           std::function<void(const QString &path)> onReady);
     ~HistoryThumbnailLoader();
     HistoryThumbnailLoader(const HistoryThumbnailLoader &) = delete;
     HistoryThumbnailLoader &operator=(const HistoryThumbnailLoader &) = delete;

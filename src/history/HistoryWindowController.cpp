@@ -74,8 +74,7 @@ void setSecondaryColour(QWidget *label)
 } // namespace
 
 HistoryWindowController::HistoryWindowController(CaptureHistoryStore &store, Clipboard &clipboard, Dialogs &dialogs,
-                                                 OnOpen onOpen, std::optional<QString> thumbnailCache,
-                                                 QThread::Priority background)
+                                                 OnOpen onOpen, std::optional<QString> thumbnailCache)
     : m_store(store), m_clipboard(clipboard), m_dialogs(dialogs), m_onOpen(std::move(onOpen))
 {
     // Thumbnails are decoded at the size a tile shows them on the main screen.
@@ -83,7 +82,7 @@ HistoryWindowController::HistoryWindowController(CaptureHistoryStore &store, Cli
     const qreal ratio = QGuiApplication::primaryScreen() ? QGuiApplication::primaryScreen()->devicePixelRatio() : 1.0;
     m_thumbnails = std::make_unique<HistoryThumbnailLoader>(
         QSize(qCeil(box.width() * ratio), qCeil(box.height() * ratio)), std::move(thumbnailCache),
-        [this](const QString &path) { showThumbnail(path); }, background);
+        [this](const QString &path) { showThumbnail(path); });
     for (const Entry &entry : m_store.entries())
         m_seenPaths.insert(entry.path);
     // Shortly after start, the history found there is readied on disk in the

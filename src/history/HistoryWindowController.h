@@ -36,12 +36,9 @@ public:
     // and its file.
     using OnOpen = std::function<void(const QImage &image, double scale, const QString &path)>;
 
-    // thumbnailCache: where thumbnails are kept between openings, or
-    // nothing. background: the priority of work the user does not wait for
-    // (tests raise it, so that a loaded machine cannot starve them).
+    // thumbnailCache: where thumbnails are kept between openings, or nothing.
     HistoryWindowController(CaptureHistoryStore &store, Clipboard &clipboard, Dialogs &dialogs, OnOpen onOpen,
-                            std::optional<QString> thumbnailCache = std::nullopt,
-                            QThread::Priority background = QThread::IdlePriority);
+                            std::optional<QString> thumbnailCache = std::nullopt);
     ~HistoryWindowController() override;
 
     // Nothing before the first showing.
