@@ -1,7 +1,6 @@
 #include "history/HistoryThumbnailLoader.h"
 
 #include "history/CaptureHistoryStore.h"
-#include "image/ScaledPngDecoder.h"
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
 
@@ -32,18 +31,13 @@ QImage HistoryThumbnailLoader::decode(const QString &path, QSize box)
     QFile file(path);
     if (bound.isEmpty() || !file.open(QIODevice::ReadOnly))
         return {};
-    // Pixmora's own PNGs decode several times faster without QImageReader's
-    // full-size image; other files go Qt's way.
-    QImage image = decodeScaledPng(file, bound);
-    if (image.isNull() && file.seek(0)) {
-        QImageReader reader(&file);
-        reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
-        reader.setAutoTransform(true);
-        const QSize size = reader.size();
-        if (size.isValid() && (size.width() > bound.width() || size.height() > bound.height()))
-            reader.setScaledSize(size.scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
-        image = reader.read();
-    }
+    QImageReader reader(&file);
+    reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
+    reader.setAutoTransform(true);
+    const QSize size = reader.size();
+    if (size.isValid() && (size.width() > bound.width() || size.height() > bound.height()))
+        reader.setScaledSize(size.scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
+    QImage image = reader.read();
     if (image.isNull())
         return {};
     const QSize fitted = image.size().scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
