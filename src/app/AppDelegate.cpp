@@ -111,6 +111,8 @@ bool AppDelegate::beginCaptureFlow()
         return false;
     m_captureFlowActive = true;
     m_previewPresenter.dismiss(false);
+    if (m_historyWindow)
+        m_historyWindow->pauseBackgroundWork(true);
     return true;
 }
 
@@ -133,6 +135,8 @@ void AppDelegate::finishCaptureFlow(const CaptureOutcome &outcome)
     else if (outcome.error)
         showCaptureError(*outcome.error);
     m_captureFlowActive = false;
+    if (m_historyWindow)
+        m_historyWindow->pauseBackgroundWork(false);
 }
 
 std::unique_ptr<CaptureFlow> AppDelegate::newCaptureFlow(CaptureMode mode)

@@ -26,6 +26,10 @@ public:
 
     static constexpr qint64 maxItems = 60;
     static constexpr qint64 maxBytes = 300 * 1024 * 1024;
+    // What a decoded capture may take: the widest desktop (32767 pixels) by
+    // the tallest scrolling capture (24000 rows) in 32-bit pixels, 3 GB.
+    // QImageReader refuses anything over 256 MB unless told.
+    static constexpr int largestImageMegabytes = 3000;
 
     // $XDG_DATA_HOME/Pixmora/History; the Pixmora folder is created here, the
     // History folder on the first add. Nothing when Pixmora cannot be had.

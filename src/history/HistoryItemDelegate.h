@@ -1,6 +1,9 @@
 #pragma once
 
+#include <QImage>
 #include <QStyledItemDelegate>
+
+#include <array>
 
 namespace pixmora {
 
@@ -22,6 +25,18 @@ public:
 
     void paint(QPainter *painter, const QStyleOptionViewItem &option, const QModelIndex &index) const override;
     QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+
+private:
+    struct Background {
+        QSize size;
+        qreal ratio = 0;
+        QRgb fill = 0, ring = 0;
+        QImage image;
+    };
+
+    const QImage &background(QSize size, qreal ratio, const QPalette &palette, bool selected) const;
+
+    mutable std::array<Background, 2> m_backgrounds;  // plain, selected
 };
 
 } // namespace pixmora

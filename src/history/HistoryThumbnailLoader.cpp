@@ -1,5 +1,6 @@
 #include "history/HistoryThumbnailLoader.h"
 
+#include "history/CaptureHistoryStore.h"
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
 
@@ -26,22 +27,25 @@ std::optional<HistoryThumbnailLoader::Stamp> HistoryThumbnailLoader::stampOf(con
 
 QImage HistoryThumbnailLoader::decode(const QString &path, QSize box)
 {
-    QImageReader reader(path);
+    const QSize bound = box.boundedTo(QSize(maxPixelSize, maxPixelSize));
+    QFile file(path);
+    if (bound.isEmpty() || !file.open(QIODevice::ReadOnly))
+        return {};
+    QImageReader reader(&file);
+    reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
     reader.setAutoTransform(true);
     const QSize size = reader.size();
-    if (!size.isValid() || size.isEmpty() || box.isEmpty())
-        return {};
-    const QSize fitted = size.scaled(box.boundedTo(QSize(maxPixelSize, maxPixelSize)), Qt::KeepAspectRatio)
-                             .expandedTo(QSize(1, 1));
-    if (fitted.width() < size.width())
-        reader.setScaledSize(fitted);
+    if (size.isValid() && (size.width() > bound.width() || size.height() > bound.height()))
+        reader.setScaledSize(size.scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
     QImage image = reader.read();
     if (image.isNull())
         return {};
+    const QSize fitted = image.size().scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
     if (image.size() != fitted)
         image = image.scaled(fitted, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
-    // The format the view draws fastest.
-    return image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+    // The formats the view draws fastest: an opaque one is a plain copy.
+    return image.convertToFormat(image.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied
+                                                         : QImage::Format_RGB32);
 }
 
 // The stamp and the size are in the name: a changed file or another screen
@@ -66,7 +70,8 @@ QImage HistoryThumbnailLoader::load(const File &file, QSize box, const std::opti
     if (cached) {
         const QImage image(cachePath, "png");
         if (!image.isNull())
-            return image.convertToFormat(QImage::Format_ARGB32_Premultiplied);
+            return image.convertToFormat(image.hasAlphaChannel() ? QImage::Format_ARGB32_Premultiplied
+                                                                 : QImage::Format_RGB32);
     }
     const QImage image = decode(file.path, box);
     if (!cached || image.isNull())
@@ -103,14 +108,17 @@ HistoryThumbnailLoader::HistoryThumbnailLoader(QSize box, std::optional<QString>
                                                std::function<void(const QString &path)> onReady)
     : m_box(box), m_cacheFolder(std::move(cacheFolder)), m_onReady(std::move(onReady))
 {
-    // Never more jobs in the pool than threads: the order of what waits stays ours.
-    m_pool.setMaxThreadCount(std::max(1, QThread::idealThreadCount()));
+    // Never more jobs in a pool than threads: the order of what waits stays ours.
+    m_urgentPool.setMaxThreadCount(std::max(1, QThread::idealThreadCount()));
+    m_laterPool.setMaxThreadCount(1);
 }
 
 HistoryThumbnailLoader::~HistoryThumbnailLoader()
 {
-    m_waiting.clear();
-    m_pool.waitForDone();
+    m_urgent.clear();
+    m_later.clear();
+    m_urgentPool.waitForDone();
+    m_laterPool.waitForDone();
 }
 
 QImage HistoryThumbnailLoader::thumbnail(const File &file) const
@@ -125,18 +133,19 @@ bool HistoryThumbnailLoader::isDecoded(const File &file) const
     return found != m_decoded.cend() && found->stamp == file.stamp;
 }
 
-void HistoryThumbnailLoader::request(const std::vector<File> &files)
+bool HistoryThumbnailLoader::idle() const
 {
-    m_waiting.clear();
-    for (const File &file : files)
-        if (!isDecoded(file))
-            m_waiting.push_back({file, true});
-    startWaiting();
+    return m_urgent.empty() && m_runningUrgent == 0 && m_runningLater == 0 && (m_paused || m_later.empty());
 }
 
-bool HistoryThumbnailLoader::onDisk(const File &file) const
+void HistoryThumbnailLoader::request(const std::vector<File> &files, size_t urgent)
 {
-    return QFileInfo::exists(*m_cacheFolder + QLatin1Char('/') + cacheName(file, m_box));
+    m_urgent.clear();
+    m_later.clear();
+    for (size_t i = 0; i < files.size(); ++i)
+        if (!isDecoded(files[i]))
+            (i < urgent ? m_urgent : m_later).push_back({files[i], true});
+    startWaiting();
 }
 
 void HistoryThumbnailLoader::prepareOnDisk(const std::vector<File> &files)
@@ -144,40 +153,59 @@ void HistoryThumbnailLoader::prepareOnDisk(const std::vector<File> &files)
     if (!m_cacheFolder)
         return;
     for (const File &file : files) {
-        const bool waiting = std::any_of(m_waiting.begin(), m_waiting.end(),
+        const bool waiting = std::any_of(m_later.begin(), m_later.end(),
                                          [&file](const Wish &wish) { return wish.file.path == file.path; });
-        if (file.stamp.bytes >= diskCacheFromBytes && !waiting && !onDisk(file))
-            m_waiting.push_back({file, false});
+        if (file.stamp.bytes >= diskCacheFromBytes && !waiting)
+            m_later.push_back({file, false});
     }
+    startWaiting();
+}
+
+void HistoryThumbnailLoader::pauseBackground(bool paused)
+{
+    m_paused = paused;
     startWaiting();
 }
 
 void HistoryThumbnailLoader::clear()
 {
-    m_waiting.clear();
+    m_urgent.clear();
+    m_later.clear();
     m_decoded.clear();
     m_decoded.squeeze();
     ++m_generation;
 }
 
+void HistoryThumbnailLoader::start(QThreadPool &pool, const Wish &wish)
+{
+    const bool later = &pool == &m_laterPool;
+    ++(later ? m_runningLater : m_runningUrgent);
+    pool.start([this, wish, later, generation = m_generation, box = m_box, cacheFolder = m_cacheFolder] {
+        // A thumbnail readied for the disk may be there already.
+        const bool wanted =
+            wish.keep || !QFileInfo::exists(*cacheFolder + QLatin1Char('/') + cacheName(wish.file, box));
+        const QImage image = wanted ? load(wish.file, box, cacheFolder) : QImage();
+        QMetaObject::invokeMethod(
+            &m_context, [this, wish, image, generation, later] { finished(wish, image, generation, later); },
+            Qt::QueuedConnection);
+    });
+}
+
 void HistoryThumbnailLoader::startWaiting()
 {
-    while (m_running < m_pool.maxThreadCount() && !m_waiting.empty()) {
-        const Wish wish = m_waiting.front();
-        m_waiting.pop_front();
-        ++m_running;
-        m_pool.start([this, wish, generation = m_generation, box = m_box, cacheFolder = m_cacheFolder] {
-            const QImage image = load(wish.file, box, cacheFolder);
-            QMetaObject::invokeMethod(
-                &m_context, [this, wish, image, generation] { finished(wish, image, generation); },
-                Qt::QueuedConnection);
-        });
+    while (m_runningUrgent < m_urgentPool.maxThreadCount() && !m_urgent.empty()) {
+        start(m_urgentPool, m_urgent.front());
+        m_urgent.pop_front();
+    }
+    if (!m_paused && m_runningLater == 0 && !m_later.empty()) {
+        start(m_laterPool, m_later.front());
+        m_later.pop_front();
     }
 }
 
-void HistoryThumbnailLoader::finished(const Wish &wish, const QImage &image, quint64 generation)
+void HistoryThumbnailLoader::finished(const Wish &wish, const QImage &image, quint64 generation, bool later)
 {
-    --m_running;
+    --(later ? m_runningLater : m_runningUrgent);
     if (wish.keep && generation == m_generation) {
         m_decoded.insert(wish.file.path, {wish.file.stamp, image});
         if (m_onReady)

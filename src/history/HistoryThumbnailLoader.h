@@ -14,12 +14,17 @@
 
 namespace pixmora {
 
-// Decodes the history's thumbnails on worker threads, the files the window
-// wants first, and keeps them in memory until cleared. Thumbnails of large
-// files are also kept on disk, in a private folder, so that the next opening
-// need not decode the captures again. A thumbnail belongs to one version of
-// its file (its stamp, which is part of the cached file's name), so a file
-// replaced under the same name is decoded again rather than shown stale.
+// Decodes the history's thumbnails off the main thread and keeps them in
+// memory until cleared. The tiles a user looks at decode on one thread per
+// core; everything else (the window's other tiles, thumbnails readied on
+// disk for the next opening) on one background worker, which leaves the
+// other cores to the user interface and waits while paused. It runs at
+// normal priority: at idle priority (SCHED_IDLE) a busy machine starved it,
+// none of 60 thumbnails in 5 s.
+// Thumbnails of large files are also kept on disk, in a private folder. A
+// thumbnail belongs to one version of its file (its stamp, which is part of
+// the cached file's name), so a file replaced under the same name is decoded
+// again rather than shown stale.
 class HistoryThumbnailLoader {
 public:
     // What tells one version of a file from another.
@@ -57,20 +62,26 @@ public:
     // decoded, or when it cannot be.
     QImage thumbnail(const File &file) const;
     bool isDecoded(const File &file) const;
-    // What is still to decode becomes these files, in this order; files
-    // being decoded now finish.
-    void request(const std::vector<File> &files);
-    // Puts the thumbnails of these files on disk, after what is wanted now,
-    // without keeping them in memory: the next opening finds them ready.
+    // What is still to decode becomes these files: the first urgent ones at
+    // once, the rest in the background, in this order. Files being decoded
+    // now finish.
+    void request(const std::vector<File> &files, size_t urgent);
+    // Puts the thumbnails of these files on disk in the background, after
+    // what is wanted now, without keeping them in memory: the next opening
+    // finds them ready.
     void prepareOnDisk(const std::vector<File> &files);
+    // While paused, no background work starts (what runs finishes).
+    void pauseBackground(bool paused);
     // Forgets every thumbnail and every wish; decodes under way are dropped
     // when they finish.
     void clear();
     // Deletes the thumbnails kept on disk for anything but these files, so
     // that no picture of a deleted capture stays behind.
     void keepOnDiskOnly(const std::vector<File> &files);
-    // For tests and benchmarks: nothing is queued or under way.
-    bool idle() const { return m_waiting.empty() && m_running == 0; }
+    // For tests and benchmarks: nothing is under way, nor queued that could start.
+    bool idle() const;
+    // For tests and benchmarks: no thumbnail waits to go on disk.
+    bool preparedOnDisk() const { return m_later.empty() && m_runningLater == 0; }
 
 private:
     struct Decoded {
@@ -85,21 +96,22 @@ private:
 
     static QImage load(const File &file, QSize box, const std::optional<QString> &cacheFolder);
     static QString cacheName(const File &file, QSize box);
-    bool onDisk(const File &file) const;
+    void start(QThreadPool &pool, const Wish &wish);
     void startWaiting();
-    void finished(const Wish &wish, const QImage &image, quint64 generation);
+    void finished(const Wish &wish, const QImage &image, quint64 generation, bool later);
 
     const QSize m_box;
     const std::optional<QString> m_cacheFolder;
     const std::function<void(const QString &)> m_onReady;
     QHash<QString, Decoded> m_decoded;
-    std::deque<Wish> m_waiting;
-    int m_running = 0;
+    std::deque<Wish> m_urgent, m_later;
+    int m_runningUrgent = 0, m_runningLater = 0;
+    bool m_paused = false;
     quint64 m_generation = 0;  // moves on at clear(), so late results are dropped
-    // Results reach the main thread through this object; it outlives the pool,
-    // whose destructor waits for the workers.
+    // Results reach the main thread through this object; it outlives the
+    // pools, whose destructors wait for their workers.
     QObject m_context;
-    QThreadPool m_pool;
+    QThreadPool m_urgentPool, m_laterPool;
 };
 
 } // namespace pixmora

@@ -25,6 +25,7 @@
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollBar>
+#include <QTimer>
 #include <QtMath>
 #include <QVBoxLayout>
 
@@ -36,14 +37,29 @@ namespace {
 
 constexpr int entryRole = Qt::UserRole;
 
-std::optional<QByteArray> readFile(const QString &path)
+// The capture's PNG bytes, and its decoded image when asked for; nothing
+// when the file cannot be read, is no PNG or does not decode.
+std::optional<QByteArray> readCapture(const QString &path, QImage *decoded = nullptr)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
         qCWarning(lcHistory).noquote() << "Could not read" << path << file.errorString();
         return std::nullopt;
     }
-    return file.readAll();
+    QByteArray png = file.readAll();
+    QBuffer buffer(&png);
+    QImageReader reader(&buffer);
+    reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
+    reader.setAutoTransform(true);
+    if (reader.format() != "png" || !reader.size().isValid()) {
+        qCWarning(lcHistory).noquote() << "Not a PNG image:" << path;
+        return std::nullopt;
+    }
+    if (decoded && (*decoded = reader.read()).isNull()) {
+        qCWarning(lcHistory).noquote() << "Could not decode" << path << reader.errorString();
+        return std::nullopt;
+    }
+    return png;
 }
 
 void setSecondaryColour(QWidget *label)
@@ -69,6 +85,15 @@ HistoryWindowController::HistoryWindowController(CaptureHistoryStore &store, Cli
         [this](const QString &path) { showThumbnail(path); });
     for (const Entry &entry : m_store.entries())
         m_seenPaths.insert(entry.path);
+    // Shortly after start, the history found there is readied on disk in the
+    // background, so that even the first opening finds its thumbnails.
+    QTimer::singleShot(prepareAfterStartMs, this, [this] {
+        if (m_window && m_window->isVisible())
+            return;
+        const std::vector<HistoryThumbnailLoader::File> files = filesOf(m_store.entries());
+        m_thumbnails->keepOnDiskOnly(files);
+        m_thumbnails->prepareOnDisk(files);
+    });
     // While hidden, the next opening reloads anyway; meanwhile a deleted
     // capture's thumbnail goes at once, and a new one's is made ready.
     m_listenerId = m_store.addListener([this] {
@@ -191,7 +216,11 @@ void HistoryWindowController::showWindow()
     m_window->show();
     m_window->raise();
     m_window->activateWindow();
+    // Laid out now: the tiles in view go first.
+    requestThumbnails();
 }
+
+void HistoryWindowController::pauseBackgroundWork(bool paused) { m_thumbnails->pauseBackground(paused); }
 
 void HistoryWindowController::reload()
 {
@@ -250,20 +279,19 @@ QString HistoryWindowController::clearQuestion(qsizetype count)
         .arg(count == 1 ? "" : "s");
 }
 
-// The tiles on screen first, then the rest from the top, so that scrolling
-// finds them ready.
+// The tiles on screen now, then the rest from the top in the background,
+// so that scrolling finds them ready.
 void HistoryWindowController::requestThumbnails()
 {
-    if (!m_window->isVisible()) {
-        m_thumbnails->request(m_files);
+    if (!m_window->isVisible())
         return;
-    }
     std::vector<HistoryThumbnailLoader::File> visible, rest;
     const QRect shown = m_grid->viewport()->rect();
     for (int row = 0; row < m_grid->count(); ++row)
         (m_grid->visualItemRect(m_grid->item(row)).intersects(shown) ? visible : rest).push_back(m_files[size_t(row)]);
+    const size_t urgent = visible.size();
     visible.insert(visible.end(), rest.begin(), rest.end());
-    m_thumbnails->request(visible);
+    m_thumbnails->request(visible, urgent);
 }
 
 void HistoryWindowController::showThumbnail(const QString &path)
@@ -276,13 +304,15 @@ void HistoryWindowController::showThumbnail(const QString &path)
         m_grid->item(*row)->setData(Qt::DecorationRole, thumbnail);
 }
 
+// What the window did not get to is readied on disk in the background.
 void HistoryWindowController::releaseThumbnails()
 {
     m_grid->clear();
     m_entries.clear();
-    m_files.clear();
     m_rowOfPath.clear();
     m_thumbnails->clear();
+    m_thumbnails->prepareOnDisk(m_files);
+    m_files.clear();
 }
 
 const HistoryWindowController::Entry *HistoryWindowController::entryAt(int row) const
@@ -297,42 +327,22 @@ double HistoryWindowController::scaleOfPng(QByteArrayView png)
 
 void HistoryWindowController::open(const Entry &entry)
 {
-    const std::optional<QByteArray> png = readFile(entry.path);
-    if (!png)
-        return;
-    QBuffer buffer;
-    buffer.setData(*png);
-    QImageReader reader(&buffer);
-    reader.setAutoTransform(true);
-    const QImage image = reader.read();
-    if (image.isNull()) {
-        qCWarning(lcHistory).noquote() << "Could not decode" << entry.path << reader.errorString();
-        return;
-    }
-    if (m_onOpen)
+    QImage image;
+    if (const std::optional<QByteArray> png = readCapture(entry.path, &image); png && m_onOpen)
         m_onOpen(image, scaleOfPng(*png), entry.path);
 }
 
 // The file's own bytes go to the clipboard: they are PNG already.
 void HistoryWindowController::copy(const Entry &entry)
 {
-    const std::optional<QByteArray> png = readFile(entry.path);
-    if (!png)
-        return;
-    QBuffer buffer;
-    buffer.setData(*png);
-    QImageReader reader(&buffer);
-    if (reader.format() != "png" || !reader.size().isValid()) {
-        qCWarning(lcHistory).noquote() << "Not copied, no PNG image:" << entry.path;
-        return;
-    }
-    m_clipboard.setPngImages({*png});
+    if (const std::optional<QByteArray> png = readCapture(entry.path))
+        m_clipboard.setPngImages({*png});
 }
 
 void HistoryWindowController::saveCopy(const Entry &entry)
 {
     // A capture that is gone asks for no place to save it.
-    const std::optional<QByteArray> png = readFile(entry.path);
+    const std::optional<QByteArray> png = readCapture(entry.path);
     if (!png)
         return;
     const std::optional<QString> target = m_dialogs.choosePngSaveLocation(QFileInfo(entry.path).fileName());

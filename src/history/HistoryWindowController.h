@@ -46,6 +46,9 @@ public:
     // Reloads, centres the window on the screen and brings it to the front.
     void showWindow();
     void reload();
+    // Captures come first: no thumbnail is readied in the background while
+    // one runs.
+    void pauseBackgroundWork(bool paused);
 
     void open(const Entry &entry);
     void copy(const Entry &entry);
@@ -80,6 +83,8 @@ private:
     void releaseThumbnails();
     const Entry *entryAt(int row) const;
     void popUpContextMenu(QPoint position);
+
+    static constexpr int prepareAfterStartMs = 1000;
 
     CaptureHistoryStore &m_store;
     Clipboard &m_clipboard;

@@ -5,7 +5,6 @@
 
 #include "TestImages.h"
 
-#include <QAbstractEventDispatcher>
 #include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
@@ -19,6 +18,7 @@
 #include <QtEndian>
 
 #include <gtest/gtest.h>
+#include <zlib.h>
 
 #include <functional>
 
@@ -44,15 +44,41 @@ QImage filled(QSize size, QColor colour)
     return image;
 }
 
-// The PNG with its pHYs chunk taken out.
-QByteArray withoutResolution(QByteArray png)
+// A black 8-bit RGB PNG without a resolution, deflated row by row, so that
+// a tall one costs no full-size image to make.
+QByteArray blackPng(quint32 width, quint32 height)
 {
-    for (qsizetype at = 8; at + 12 <= png.size();) {
-        const qsizetype chunk = 12 + qFromBigEndian<quint32>(png.constData() + at);
-        if (png.mid(at + 4, 4) == "pHYs")
-            return png.remove(at, chunk);
-        at += chunk;
+    const auto chunk = [](QByteArray &png, const char *type, const QByteArray &data) {
+        const QByteArray typed = type + data;
+        char number[4];
+        qToBigEndian<quint32>(quint32(data.size()), number);
+        png.append(number, 4).append(typed);
+        qToBigEndian<quint32>(quint32(crc32(0, reinterpret_cast<const Bytef *>(typed.data()), uInt(typed.size()))),
+                              number);
+        png.append(number, 4);
+    };
+    QByteArray header(13, 0);
+    qToBigEndian<quint32>(width, header.data());
+    qToBigEndian<quint32>(height, header.data() + 4);
+    header[8] = 8;  // bits
+    header[9] = 2;  // RGB
+    z_stream stream{};
+    deflateInit(&stream, 1);
+    const QByteArray row(qsizetype(width) * 3 + 1, 0);
+    QByteArray data(qsizetype(deflateBound(&stream, uLong(row.size()) * height)), 0);
+    stream.next_out = reinterpret_cast<Bytef *>(data.data());
+    stream.avail_out = uInt(data.size());
+    for (quint32 y = 0; y < height; ++y) {
+        stream.next_in = reinterpret_cast<Bytef *>(const_cast<char *>(row.data()));
+        stream.avail_in = uInt(row.size());
+        deflate(&stream, y + 1 == height ? Z_FINISH : Z_NO_FLUSH);
     }
+    data.truncate(qsizetype(stream.total_out));
+    deflateEnd(&stream);
+    QByteArray png("\x89PNG\r\n\x1a\n");
+    chunk(png, "IHDR", header);
+    chunk(png, "IDAT", data);
+    chunk(png, "IEND", {});
     return png;
 }
 
@@ -90,14 +116,14 @@ TEST(HistoryTextsTest, ScaleComesFromTheFilesResolution)
         double scale;
     } cases[] = {
         {encodePng(image, 2), 2}, {encodePng(image, 3), 3}, {encodePng(image, 0.5), 1},  // 36 dpi
-        {withoutResolution(encodePng(image, 2)), 1}, {"not a png at all", 1}, {QByteArray(), 1},
+        {blackPng(4, 3), 1}, {"not a png at all", 1}, {QByteArray(), 1},
     };
     for (const auto &c : cases)
         EXPECT_EQ(HistoryWindowController::scaleOfPng(c.png), c.scale) << c.png.size();
 }
 
 // The next opening finds large captures' thumbnails on disk, but never one
-// of another version of the file, and none of a capture that is gone.
+// of another version of the file.
 TEST(HistoryThumbnailLoaderTest, KeepsLargeThumbnailsOnDiskForExactlyTheirFile)
 {
     QTemporaryDir root;
@@ -116,7 +142,7 @@ TEST(HistoryThumbnailLoaderTest, KeepsLargeThumbnailsOnDiskForExactlyTheirFile)
     };
     const auto load = [&](const HistoryThumbnailLoader::File &file) {
         HistoryThumbnailLoader loader({90, 60}, cache, {});
-        loader.request({file});
+        loader.request({file}, 1);
         EXPECT_TRUE(waitUntil([&] { return loader.idle(); }));
         return loader.thumbnail(file);
     };
@@ -131,18 +157,12 @@ TEST(HistoryThumbnailLoaderTest, KeepsLargeThumbnailsOnDiskForExactlyTheirFile)
     ASSERT_TRUE(write(large, encodePng(test::noise(600, 400).mirrored(), 1)));
     EXPECT_NE(QColor(load(files()[0]).pixel(0, 0)), QColor(Qt::green)) << "the file changed";
     EXPECT_EQ(QDir(cache).entryList(QDir::Files).size(), 2);
-
-    HistoryThumbnailLoader loader({90, 60}, cache, {});
-    loader.keepOnDiskOnly(files());
-    EXPECT_EQ(QDir(cache).entryList(QDir::Files).size(), 1);
-    loader.keepOnDiskOnly({});
-    EXPECT_TRUE(QDir(cache).entryList(QDir::Files).isEmpty());
 }
 
-// Thumbnails of captures taken while the window is hidden are ready on disk
-// for its next opening; those of deleted captures go at once. The history
-// found at start is left for the window to decode when it is wanted.
-TEST(HistoryWindowCacheTest, ReadiesNewCapturesOnDiskAndForgetsDeletedOnes)
+// Shortly after start the history found there is readied on disk, then each
+// capture taken while the window is hidden; a deleted capture's thumbnail
+// goes at once.
+TEST(HistoryWindowCacheTest, ReadiesThumbnailsOnDiskInTheBackgroundAndForgetsDeletedOnes)
 {
     QTemporaryDir root;
     CaptureHistoryStore store(root.filePath("History"));
@@ -153,12 +173,16 @@ TEST(HistoryWindowCacheTest, ReadiesNewCapturesOnDiskAndForgetsDeletedOnes)
     FakeDialogs dialogs;
     HistoryWindowController controller(store, clipboard, dialogs, {}, cache);
     const auto cached = [&] { return QDir(cache).entryList(QDir::Files).size(); };
+    ASSERT_TRUE(waitUntil([&] { return cached() == 1; })) << "the history found at start";
+    controller.pauseBackgroundWork(true);
     ASSERT_TRUE(store.add(large, noon.addSecs(1)));
-    ASSERT_TRUE(waitUntil([&] { return controller.thumbnails().idle(); }));
-    EXPECT_EQ(cached(), 1);
-    EXPECT_EQ(controller.window(), nullptr) << "no window until it is shown";
+    ASSERT_TRUE(store.add(large, noon.addSecs(2)));
+    QTest::qWait(300);
+    EXPECT_EQ(cached(), 1) << "nothing while a capture runs";
+    controller.pauseBackgroundWork(false);
+    ASSERT_TRUE(waitUntil([&] { return cached() == 3; }));
     store.remove(store.entries().front());
-    EXPECT_EQ(cached(), 0);
+    EXPECT_EQ(cached(), 2);
 }
 
 class HistoryWindowTest : public ::testing::Test {
@@ -273,11 +297,23 @@ TEST_F(HistoryWindowTest, VanishedAndCorruptFilesAreQuietlyLeftAlone)
     }
     EXPECT_TRUE(opened.empty());
     EXPECT_EQ(clipboard.writeCount, 0);
-    EXPECT_EQ(dialogs.saveProposals, QStringList{QFileInfo(corrupt).fileName()}) << "not for the vanished file";
+    EXPECT_TRUE(dialogs.saveProposals.isEmpty());
     EXPECT_TRUE(dialogs.alerts.isEmpty());
     controller.open(controller.entries()[2]);
     ASSERT_EQ(opened.size(), 1u);
     EXPECT_EQ(opened[0].path, good);
+}
+
+// A scrolling capture of 24000 rows by 3200 pixels takes 307 MB decoded.
+TEST_F(HistoryWindowTest, TheTallestCapturesOpenAndCopy)
+{
+    ASSERT_TRUE(store.add(blackPng(3200, 24000), noon));
+    controller.open(store.entries()[0]);
+    ASSERT_EQ(opened.size(), 1u);
+    EXPECT_EQ(opened[0].image.size(), QSize(3200, 24000));
+    opened.clear();
+    controller.copy(store.entries()[0]);
+    EXPECT_EQ(clipboard.items.size(), 1);
 }
 
 // Click, context menu and keyboard all reach the same actions; Delete asks
@@ -306,9 +342,6 @@ TEST_F(HistoryWindowTest, OpensCopiesSavesAndDeletesFromTheGrid)
     EXPECT_EQ(clipboard.items[0], olderFile.readAll()) << "the stored PNG itself";
 
     const QString copy = root.filePath("copy.png");
-    QFile existing(copy);
-    ASSERT_TRUE(existing.open(QIODevice::WriteOnly) && existing.write("an older, longer file that is replaced") > 0);
-    existing.close();
     dialogs.saveAnswers = {copy};
     menu->actions()[2]->trigger();
     EXPECT_EQ(dialogs.saveProposals, QStringList{QFileInfo(older).fileName()});
