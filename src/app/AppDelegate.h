@@ -103,6 +103,7 @@ private:
     void showCaptureError(const Error &error);
     void showAlert(const QString &message, const QString &informative);
     void closeMarkupEditor(MarkupEditorController *editor);
+    qint64 largestDisplayPixels() const;
 
     Platform m_platform;
     HotKeyCenter m_hotKeys;
