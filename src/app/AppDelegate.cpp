@@ -10,12 +10,14 @@
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
 
+#include <QBuffer>
 #include <QCursor>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QImageReader>
 #include <QMap>
 #include <QMenu>
 #include <QPointer>
@@ -203,7 +205,7 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
     // (a window with its shadow) the pixels: decoding a 4K PNG would delay
     // the editor by a few hundred ms. Beyond that, a scrolling capture of
     // 150 MB, only the PNG bytes, some 30 times smaller and shared with the
-    // clipboard, decoded on click.
+    // clipboard, decoded on click (about a second for 1600 x 24000).
     const bool keepPixels = delivered.primaryPng.isEmpty()
                             || qint64(primary.image.width()) * primary.image.height() <= 2 * largestDisplayPixels();
     const QImage kept = keepPixels ? primary.image : QImage();
@@ -213,13 +215,22 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
                             [self, kept, png, scale = primary.scale, savedPaths = delivered.savedPaths] {
                                 if (!self)
                                     return;
-                                const QImage image = kept.isNull() ? QImage::fromData(png, "PNG") : kept;
-                                if (image.isNull()) {
-                                    qCWarning(lcApp) << "Could not decode the capture again to edit it.";
-                                    return;
-                                }
-                                self->openMarkupEditor(image, scale, savedPaths);
+                                const QImage image = kept.isNull() ? decodedCapture(png) : kept;
+                                if (!image.isNull())
+                                    self->openMarkupEditor(image, scale, savedPaths);
                             });
+}
+
+QImage AppDelegate::decodedCapture(const QByteArray &png)
+{
+    QBuffer buffer;
+    buffer.setData(png);
+    QImageReader reader(&buffer, "png");
+    reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
+    const QImage image = reader.read();
+    if (image.isNull())
+        qCWarning(lcApp) << "Could not decode the capture again to edit it:" << reader.errorString();
+    return image;
 }
 
 qint64 AppDelegate::largestDisplayPixels() const

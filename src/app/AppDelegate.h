@@ -104,6 +104,8 @@ private:
     void showAlert(const QString &message, const QString &informative);
     void closeMarkupEditor(MarkupEditorController *editor);
     qint64 largestDisplayPixels() const;
+    // A capture kept as PNG, decoded again however tall; null, logged, when it cannot be.
+    static QImage decodedCapture(const QByteArray &png);
 
     Platform m_platform;
     HotKeyCenter m_hotKeys;
