@@ -185,6 +185,8 @@ struct ProcessUsage {
     double cpuSeconds = 0;
     double residentMB = 0;
     double peakResidentMB = 0;  // since the last resetPeak
+    // Of residentMB: private memory, pages of mapped files (libraries), shared memory.
+    double anonymousMB = 0, fileMB = 0, sharedMB = 0;
 };
 
 ProcessUsage usageOf(pid_t pid)
@@ -202,6 +204,12 @@ ProcessUsage usageOf(pid_t pid)
                 usage.residentMB = line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
             if (line.startsWith("VmHWM:"))
                 usage.peakResidentMB = line.mid(6).trimmed().split(' ').value(0).toDouble() / 1024.0;
+            if (line.startsWith("RssAnon:"))
+                usage.anonymousMB = line.mid(8).trimmed().split(' ').value(0).toDouble() / 1024.0;
+            if (line.startsWith("RssFile:"))
+                usage.fileMB = line.mid(8).trimmed().split(' ').value(0).toDouble() / 1024.0;
+            if (line.startsWith("RssShmem:"))
+                usage.sharedMB = line.mid(9).trimmed().split(' ').value(0).toDouble() / 1024.0;
         }
     }
     return usage;
@@ -397,11 +405,16 @@ int measureScrolling(VirtualDesktop &desktop, pid_t pixmora, const QString &home
     std::printf("peak during capture and delivery    %.1f MB, %.1f MB above idle; bound 2.2 x result + 2 frames = %.1f MB "
                 "(%.2f of it)\n",
                 afterDelivery.peakResidentMB, peakAbove, bound, peakAbove / bound);
-    std::printf("5 s after delivery                  %.1f MB, %+.1f MB against idle (bound 10 MB)\n",
-                settled.residentMB, settled.residentMB - idle.residentMB);
-    std::printf("10 s after delivery                 %.1f MB, %+.1f MB against idle; the PNG on the clipboard is "
-                "%.1f MB\n",
-                later.residentMB, later.residentMB - idle.residentMB, QFileInfo(newest).size() / (1024.0 * 1024.0));
+    const auto growth = [&](const ProcessUsage &usage) {
+        std::printf("%.1f MB, %+.1f MB against idle: private %+.1f, library pages %+.1f, shared memory %+.1f\n",
+                    usage.residentMB, usage.residentMB - idle.residentMB, usage.anonymousMB - idle.anonymousMB,
+                    usage.fileMB - idle.fileMB, usage.sharedMB - idle.sharedMB);
+    };
+    std::printf("5 s after delivery (bound +10 MB)   ");
+    growth(settled);
+    std::printf("10 s after delivery                 ");
+    growth(later);
+    std::printf("the PNG on the clipboard            %.1f MB\n", QFileInfo(newest).size() / (1024.0 * 1024.0));
     return 0;
 }
 

@@ -3,8 +3,8 @@
 // a real X server, with the HUD on screen, and appended to the stitched
 // image, while a long document in another program scrolls five wheel
 // notches (300 pixels) between ticks. Starts its own virtual desktop; needs
-// Xvfb, openbox and xdotool. Prints the first tick that appends, the median
-// and the tick after 5 s of idleness.
+// Xvfb, openbox and xdotool. Prints the first tick that appends, the median,
+// the costliest and the tick after 5 s of idleness.
 //
 //   scroll_capture_bench [ticks]
 
@@ -131,7 +131,8 @@ int main(int argc, char **argv)
     std::printf("one tick: capture 1600 x 1200 + append  first %.2f ms, median %.2f ms (min %.2f, max %.2f)\n",
                 times.front(), median(times), *std::min_element(times.begin(), times.end()),
                 *std::max_element(times.begin(), times.end()));
-    std::printf("CPU time of the main thread per tick  first %.2f ms, median %.2f ms\n", cpu.front(), median(cpu));
+    std::printf("CPU time of the main thread per tick  first %.2f ms, median %.2f ms (max %.2f)\n", cpu.front(), median(cpu),
+                *std::max_element(cpu.begin(), cpu.end()));
     std::printf("of which the capture alone            median %.2f ms\n", median(captures));
     std::printf("tick after 5 s idle                   %.2f ms, %.2f ms CPU (%s)\n", afterIdle, cpuAfterIdle,
                 grewAfterIdle ? "appended" : "nothing appended");

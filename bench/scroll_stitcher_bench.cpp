@@ -274,7 +274,7 @@ void quality(benchmark::State &state, DocumentStyle style)
     if (!faults.empty())
         state.SkipWithError(faults.front().c_str());
     state.counters["cases"] = tally.cases;
-    state.counters["cases_exact"] = tally.casesAllAccepted + tally.casesWithRefusals;
+    state.counters["cases_exact"] = tally.casesExact;
     state.counters["frames"] = tally.frames;
     state.counters["accepted"] = tally.framesAccepted;
     state.counters["refused"] = tally.framesRefused;

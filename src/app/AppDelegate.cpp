@@ -10,12 +10,14 @@
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
 
+#include <QBuffer>
 #include <QCursor>
 #include <QDateTime>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QGuiApplication>
+#include <QImageReader>
 #include <QMap>
 #include <QMenu>
 #include <QPointer>
@@ -198,12 +200,47 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
     if (images.isEmpty())
         return;
     const CaptureDelivery::Delivered delivered = m_delivery.deliver(images);
+    const CapturedImage &primary = images.first();
+    // What the thumbnail keeps for a click. Up to twice a display's pixels
+    // (a window with its shadow) the pixels: decoding a 4K PNG would delay
+    // the editor by a few hundred ms. Beyond that, a scrolling capture of
+    // 150 MB, only the PNG bytes, some 30 times smaller and shared with the
+    // clipboard, decoded on click (about a second for 1600 x 24000).
+    const bool keepPixels = delivered.primaryPng.isEmpty()
+                            || qint64(primary.image.width()) * primary.image.height() <= 2 * largestDisplayPixels();
+    const QImage kept = keepPixels ? primary.image : QImage();
+    const QByteArray png = keepPixels ? QByteArray() : delivered.primaryPng;
     const QPointer<AppDelegate> self(this);
-    const CapturedImage primary = images.first();
-    m_previewPresenter.show(primary.image, primary.scale, [self, primary, savedPaths = delivered.savedPaths] {
-        if (self)
-            self->openMarkupEditor(primary.image, primary.scale, savedPaths);
-    });
+    m_previewPresenter.show(primary.image, primary.scale,
+                            [self, kept, png, scale = primary.scale, savedPaths = delivered.savedPaths] {
+                                if (!self)
+                                    return;
+                                const QImage image = kept.isNull() ? decodedCapture(png) : kept;
+                                if (!image.isNull())
+                                    self->openMarkupEditor(image, scale, savedPaths);
+                            });
+}
+
+QImage AppDelegate::decodedCapture(const QByteArray &png)
+{
+    QBuffer buffer;
+    buffer.setData(png);
+    QImageReader reader(&buffer, "png");
+    reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
+    const QImage image = reader.read();
+    if (image.isNull())
+        qCWarning(lcApp) << "Could not decode the capture again to edit it:" << reader.errorString();
+    return image;
+}
+
+qint64 AppDelegate::largestDisplayPixels() const
+{
+    qint64 largest = 0;
+    for (const DisplayInfo &display : m_platform.screens.displays()) {
+        const QSizeF pixels = QSizeF(display.frame.size()) * display.scale;
+        largest = std::max(largest, qint64(pixels.width()) * qint64(pixels.height()));
+    }
+    return largest;
 }
 
 // --- Editing a capture ---

@@ -103,6 +103,9 @@ private:
     void showCaptureError(const Error &error);
     void showAlert(const QString &message, const QString &informative);
     void closeMarkupEditor(MarkupEditorController *editor);
+    qint64 largestDisplayPixels() const;
+    // A capture kept as PNG, decoded again however tall; null, logged, when it cannot be.
+    static QImage decodedCapture(const QByteArray &png);
 
     Platform m_platform;
     HotKeyCenter m_hotKeys;

@@ -57,7 +57,8 @@ CaptureDelivery::Delivered CaptureDelivery::deliver(const QList<CapturedImage> &
     Delivered delivered;
     if (hasFolder)
         delivered.savedPaths = saveToFolder(pngs);
-    delivered.historyPath = addToHistory(pngs);
+    addToHistory(pngs);
+    delivered.primaryPng = pngs.first();
     return delivered;
 }
 
@@ -94,20 +95,15 @@ QStringList CaptureDelivery::saveToFolder(const QList<QByteArray> &pngs)
     return savedPaths;
 }
 
-// Every image, whatever the mode; the path of the first one.
-std::optional<QString> CaptureDelivery::addToHistory(const QList<QByteArray> &pngs)
+// Every image, whatever the mode.
+void CaptureDelivery::addToHistory(const QList<QByteArray> &pngs)
 {
     if (!m_history)
-        return std::nullopt;
-    std::optional<QString> firstPath;
-    for (int index = 0; index < pngs.size(); ++index) {
-        if (pngs[index].isEmpty())
-            continue;
-        const std::optional<QString> path = m_history->add(pngs[index], QDateTime::currentDateTimeUtc());
-        if (index == 0)
-            firstPath = path;
+        return;
+    for (const QByteArray &png : pngs) {
+        if (!png.isEmpty())
+            m_history->add(png, QDateTime::currentDateTimeUtc());
     }
-    return firstPath;
 }
 
 } // namespace pixmora

@@ -22,8 +22,8 @@ class CaptureDelivery {
 public:
     // What one delivery left behind, for editing the capture later.
     struct Delivered {
-        QStringList savedPaths;              // the files written, in image order
-        std::optional<QString> historyPath;  // the first image's history file
+        QStringList savedPaths;  // the files written, in image order
+        QByteArray primaryPng;   // the first image encoded; empty when that failed
     };
 
     // history: nothing when the history folder cannot be had.
@@ -39,7 +39,7 @@ private:
     // and with none left the clipboard is not touched.
     void putOnPasteboard(const QList<QByteArray> &pngs);
     QStringList saveToFolder(const QList<QByteArray> &pngs);
-    std::optional<QString> addToHistory(const QList<QByteArray> &pngs);
+    void addToHistory(const QList<QByteArray> &pngs);
     void showAlert(const QString &message, const QString &informative);
 
     Settings &m_settings;

@@ -153,6 +153,39 @@ ScrollStitcher::ScrollStitcher(const QImage &firstFrame, qint64 maxTotalHeight, 
     , m_totalHeight(firstFrame.height())
     , m_last(std::move(firstDigest))
 {
+    prepareNextSlab(firstFrame.format());
+}
+
+// Slabs are filled to the last row, so together they hold exactly the rows up to the limit.
+qint64 ScrollStitcher::rowsOfNextSlab() const
+{
+    const qint64 planned = m_totalHeight + (m_slab.isNull() ? 0 : m_slab.height() - m_slabUsed);
+    return std::min(kSlabBytes / (m_frameWidth * qint64(sizeof(QRgb))), m_maxTotalHeight - planned);
+}
+
+void ScrollStitcher::prepareNextSlab(QImage::Format format)
+{
+    const qint64 rows = rowsOfNextSlab();
+    if (rows <= 0)
+        return;
+    m_nextSlab = std::async(std::launch::async, [size = QSize(int(m_frameWidth), int(rows)), format] {
+        return allocateImage(size, format);
+    });
+}
+
+bool ScrollStitcher::takeNextSlab(QImage::Format format)
+{
+    QImage slab = m_nextSlab.valid() ? m_nextSlab.get() : QImage();
+    // None was prepared, or for frames of another format, or there was no memory then.
+    if (slab.format() != format)
+        slab = allocateImage(QSize(int(m_frameWidth), int(rowsOfNextSlab())), format);
+    if (slab.isNull())
+        return false;
+    m_slabBits = slab.bits();  // before the slices share it, so that it never detaches
+    m_slab = std::move(slab);
+    m_slabUsed = 0;
+    prepareNextSlab(format);
+    return true;
 }
 
 std::optional<ScrollStitcher::Digest> ScrollStitcher::hashRows(const QImage &frame,
@@ -364,24 +397,30 @@ AppendResult ScrollStitcher::accept(const QImage &frame, Digest next, qint64 shi
 {
     using Kind = AppendResult::Kind;
     const qint64 rows = std::min(m_maxTotalHeight - m_totalHeight, shift);
-    // A deep copy of the new rows: holding a view would keep the whole frame alive.
-    if (m_slab.isNull() || m_slab.format() != frame.format() || m_slabUsed + rows > m_slab.height()) {
-        const qint64 slabRows = std::max(rows, std::min(kSlabBytes / (m_frameWidth * qint64(sizeof(QRgb))),
-                                                        m_maxTotalHeight - m_totalHeight));
-        QImage slab = allocateImage(QSize(int(m_frameWidth), int(slabRows)), frame.format());
-        if (slab.isNull())
-            return {Kind::noMatch};
-        m_slabBits = slab.bits();  // before the slices share it, so that it never detaches
-        m_slab = std::move(slab);
-        m_slabUsed = 0;
-    }
+    if (!m_slab.isNull() && m_slab.format() != frame.format())
+        m_slab = {};
+    // A deep copy of the new rows, across two slabs where one fills up:
+    // holding a view would keep the whole frame alive.
     const std::size_t rowBytes = std::size_t(m_frameWidth) * sizeof(QRgb);
-    for (qint64 y = 0; y < rows; ++y)
-        std::memcpy(m_slabBits + (m_slabUsed + y) * m_slab.bytesPerLine(),
-                    frame.constScanLine(int(m_frameHeight - shift + y)), rowBytes);
-    m_slices.push_back({m_slab, int(m_slabUsed), int(rows)});
-    m_slabUsed += rows;
-    m_totalHeight += rows;
+    const auto slicesBefore = std::ptrdiff_t(m_slices.size());
+    const qint64 heightBefore = m_totalHeight;
+    for (qint64 copied = 0; copied < rows;) {
+        if ((m_slab.isNull() || m_slabUsed == m_slab.height()) && !takeNextSlab(frame.format())) {
+            // No memory: the page stays as it was, and the next frame tries again.
+            m_slices.erase(m_slices.begin() + slicesBefore, m_slices.end());
+            m_totalHeight = heightBefore;
+            m_slab = {};
+            return {Kind::noMatch};
+        }
+        const qint64 part = std::min(rows - copied, m_slab.height() - m_slabUsed);
+        for (qint64 y = 0; y < part; ++y)
+            std::memcpy(m_slabBits + (m_slabUsed + y) * m_slab.bytesPerLine(),
+                        frame.constScanLine(int(m_frameHeight - shift + copied + y)), rowBytes);
+        m_slices.push_back({m_slab, int(m_slabUsed), int(part)});
+        m_slabUsed += part;
+        m_totalHeight += part;
+        copied += part;
+    }
     m_last = std::move(next);
     if (m_totalHeight >= m_maxTotalHeight)
         return {Kind::limitReached};

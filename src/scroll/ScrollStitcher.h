@@ -4,6 +4,7 @@
 #include <QtGlobal>
 
 #include <cstdint>
+#include <future>
 #include <memory>
 #include <optional>
 #include <utility>
@@ -71,6 +72,10 @@ private:
     const qint64 m_maxTotalHeight;
     const qint64 m_columns;
     const std::vector<std::uint32_t> m_rowKey; // one random word per pixel of a row, for the row hash
+    qint64 rowsOfNextSlab() const;
+    void prepareNextSlab(QImage::Format format);
+    bool takeNextSlab(QImage::Format format);
+
     // Rows of the page in order: the first frame, then strips copied into
     // shared slabs, so no frame outlives its append().
     struct Slice {
@@ -82,6 +87,9 @@ private:
     QImage m_slab;  // the one strips are copied into now
     uchar *m_slabBits = nullptr;
     qint64 m_slabUsed = 0;
+    // Fresh memory costs as much as a whole tick here, so the next slab is
+    // made on a worker thread while this one fills.
+    std::future<QImage> m_nextSlab;
     qint64 m_totalHeight;
     Digest m_last; // of the frame the last slice was cut from
 };

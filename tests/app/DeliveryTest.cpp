@@ -119,4 +119,26 @@ TEST(DeliveryTest, AFailedWriteAlertsWithTheCountAndTheRestIsStillDelivered)
     }
 }
 
+// Display 1 has 1600 x 1200 pixels: a capture up to twice that stays decoded for
+// a quick editor; a taller one is kept only as PNG and decoded on the click,
+// also beyond the 128 MB a PNG reader takes unless told.
+TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDisplays)
+{
+    for (const auto &[height, kept] : {std::pair{2400, true}, std::pair{2401, false}, std::pair{21000, false}}) {
+        SCOPED_TRACE(height);
+        AppHarness h;
+        QImage capture(1600, height, QImage::Format_RGB32);
+        for (int y = 0; y < height; ++y)
+            std::fill_n(reinterpret_cast<QRgb *>(capture.scanLine(y)), capture.width(), qRgb(y & 255, y >> 8, 90));
+        h.app->deliver({{capture, 2.0}});
+        EXPECT_EQ(!capture.isDetached(), kept);
+        ASSERT_NE(visibleThumbnail(), nullptr);
+        QTest::mouseClick(visibleThumbnail(), Qt::LeftButton);
+        ASSERT_EQ(h.app->markupEditors().size(), 1u);
+        EXPECT_EQ(h.app->markupEditors().front()->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32),
+                  capture);
+        EXPECT_EQ(h.app->markupEditors().front()->imageScale(), 2.0);
+    }
+}
+
 } // namespace

@@ -12,14 +12,6 @@
 #include <iostream>
 
 namespace pixmora {
-
-// Names in failure messages rather than bytes.
-static void PrintTo(AppendResult::Kind kind, std::ostream *out)
-{
-    constexpr const char *names[] = {"appended", "noMovement", "noMatch", "limitReached"};
-    *out << names[int(kind)];
-}
-
 namespace {
 
 using namespace synthetic;
@@ -43,7 +35,7 @@ TEST(ScrollStitcher, SyntheticDocumentsScrolledAtRandomComposeToTheirGroundTruth
             }
         }
     }
-    // Up to the 24000-row ceiling with frames whose least overlap is 12%, not 48 rows; the last strip is cut short.
+    // Up to the 24000-row ceiling over two slabs, with frames whose least overlap is 12%, not 48 rows.
     varied.add(scrollThrough(makeDocument(120, 25000, 1000, DocumentStyle::varied, random), 1000, 24000, random, faults));
     all.add(varied);
     std::cout << "[ quality  ] " << all.summary() << "\n";
@@ -85,6 +77,8 @@ TEST(ScrollStitcher, OneCaptureMeetsEveryKindOfResultAndRunsOutOfMemoryOnce)
     struct DefaultAllocatorAfterwards {
         ~DefaultAllocatorAfterwards() { setImageAllocator(nullptr); }
     } restore;
+    // Both the slab made ahead on the worker and the one tried again for the first strip fail.
+    outOfMemory = true;
     const auto stitcher = ScrollStitcher::create(frameAt(document, 0, 200), 300);
     ASSERT_NE(stitcher, nullptr);
     EXPECT_EQ(stitcher->append(frameAt(document, 0, 200)).kind, Kind::noMovement);
@@ -100,20 +94,16 @@ TEST(ScrollStitcher, OneCaptureMeetsEveryKindOfResultAndRunsOutOfMemoryOnce)
     QPainter(&moved).drawImage(0, 0, makeNoise(100, 57, random));
     EXPECT_EQ(stitcher->append(moved).kind, Kind::noMatch);
     QPainter(&moved).drawImage(0, 56, document.copy(0, 96, 100, 1));
-    outOfMemory = true;
     EXPECT_EQ(stitcher->append(moved).kind, Kind::noMatch);
     EXPECT_EQ(stitcher->totalHeight(), 200);
     outOfMemory = false;
-    const AppendResult added = stitcher->append(moved);
-    EXPECT_EQ(added.kind, Kind::appended);
-    EXPECT_EQ(added.rows, 40);
+    EXPECT_EQ(stitcher->append(moved).rows, 40);
     EXPECT_TRUE(moved.isDetached()); // the strip is a copy: the frame is not kept alive
     outOfMemory = true;
     EXPECT_TRUE(stitcher->compose().isNull());
     outOfMemory = false;
     EXPECT_EQ(stitcher->append(frameAt(document, 140, 200)).kind, Kind::limitReached); // into the same slab
     EXPECT_EQ(stitcher->append(frameAt(document, 240, 200)).kind, Kind::limitReached);
-    EXPECT_EQ(stitcher->totalHeight(), 300);
     EXPECT_TRUE(samePixels(stitcher->compose(), document.copy(0, 0, 100, 300)));
     EXPECT_EQ(requestedSizes, (std::vector<QSize>{{100, 100}, {100, 300}}));
 }
@@ -164,11 +154,9 @@ TEST(ScrollStitcher, AddsTheRowsAMovedFrameBringsIntoView)
         std::memcpy(sampledAlike.scanLine(y), sampledAlike.constScanLine(0), std::size_t(sampledAlike.bytesPerLine()));
     cases.push_back({sampledAlike, brightened(sampledAlike, 1), 200, 16, 16, Kind::appended});
 
-    for (std::size_t index = 0; index < cases.size(); ++index) {
-        const auto &[document, moved, height, shift, rows, kind] = cases[index];
-        SCOPED_TRACE(testing::Message() << "case " << index << ": " << document.width() << "x" << height << " moved by " << shift);
+    for (const auto &[document, moved, height, shift, rows, kind] : cases) {
+        SCOPED_TRACE(testing::Message() << document.width() << "x" << height << " moved by " << shift);
         const auto stitcher = ScrollStitcher::create(frameAt(document, 0, height), 24000);
-        ASSERT_NE(stitcher, nullptr);
         const AppendResult result = stitcher->append(frameAt(moved, shift, height));
         EXPECT_EQ(result.kind, kind);
         EXPECT_EQ(result.rows, rows);
@@ -178,22 +166,19 @@ TEST(ScrollStitcher, AddsTheRowsAMovedFrameBringsIntoView)
     }
 }
 
-// A frame grabbed while the content repainted: its upper rows have moved by
-// 20, its lower ones already by 60. It adds nothing, and the next frame is
-// aligned with the last good one. A fixed header above rows that moved is no
-// such frame.
+// A frame grabbed while the content repainted (its upper rows moved by 20,
+// its lower ones already by 60) adds nothing, and the next frame is aligned
+// with the last good one. A fixed header above rows that moved is no such frame.
 TEST(ScrollStitcher, AFrameCaughtMidRepaintIsSkipped)
 {
     std::mt19937 random(41);
     const QImage document = makeNoise(200, 700, random);
     const auto stitcher = ScrollStitcher::create(frameAt(document, 0, 300), 24000);
-    ASSERT_NE(stitcher, nullptr);
     QImage torn = frameAt(document, 20, 300).copy();
     QPainter(&torn).drawImage(0, 200, document.copy(0, 260, 200, 100));
     EXPECT_EQ(stitcher->append(torn).kind, Kind::noMovement);
     EXPECT_EQ(stitcher->append(frameAt(document, 100, 300)).rows, 100);
     EXPECT_TRUE(samePixels(stitcher->compose(), document.copy(0, 0, 200, 400)));
-
     QImage headed = frameAt(document, 140, 300).copy();
     QPainter(&headed).drawImage(0, 0, document.copy(0, 100, 200, 30));
     EXPECT_EQ(stitcher->append(headed).rows, 40);
@@ -201,7 +186,10 @@ TEST(ScrollStitcher, AFrameCaughtMidRepaintIsSkipped)
 
 // Terminal output scrolled by wheel notches of five lines, once held still and
 // once scrolled back a notch, then by random shifts: lines that look alike
-// (number columns, numbered lines, time-stamped logs) align like prose and code.
+// (number columns, numbered lines, time-stamped logs) align like prose and
+// code. Re-rendered a gray level darker in every third frame, no row equals
+// the frames around it: the tolerant search aligns those, against references
+// aligned exactly and the other way round.
 TEST(ScrollStitcher, TerminalTextComposesToItsText)
 {
     std::mt19937 random(31);
@@ -221,35 +209,19 @@ TEST(ScrollStitcher, TerminalTextComposesToItsText)
         const StepRun notches = scrollInSteps(document, kTerminalFrameHeight, tops);
         EXPECT_EQ(notches.kinds, expected);
         EXPECT_TRUE(notches.exact);
-
         std::vector<std::string> faults;
-        const ScrollTally shifts = scrollThrough(document, kTerminalFrameHeight, 24000, random, faults);
+        EXPECT_EQ(scrollThrough(document, kTerminalFrameHeight, 24000, random, faults).casesAllAccepted, 1);
         EXPECT_THAT(faults, testing::IsEmpty());
-        EXPECT_EQ(shifts.casesAllAccepted, 1) << shifts.summary();
-    }
-}
-
-// Text that re-renders a gray level darker in every third frame has no row
-// equal to the frames before and after it: the tolerant search aligns those,
-// against references that were aligned exactly and the other way round.
-TEST(ScrollStitcher, TextThatReRendersSlightlyIsAlignedByTheTolerantSearch)
-{
-    std::mt19937 random(37);
-    for (TerminalText text : {TerminalText::prose, TerminalText::code}) {
-        SCOPED_TRACE(terminalTextName(text));
-        const QImage document = renderTerminal(terminalLines(text, 40 + 12 * 5, random));
+        if (text != TerminalText::prose && text != TerminalText::code)
+            continue;
         const QImage darker = brightened(document, -1);
         const auto stitcher = ScrollStitcher::create(frameAt(document, 0, kTerminalFrameHeight), 24000);
-        ASSERT_NE(stitcher, nullptr);
-        QImage page = document.copy();
+        QImage page = document.copy(0, 0, kTerminalWidth, 12 * kWheelNotch + kTerminalFrameHeight);
         for (int notch = 1; notch <= 12; ++notch) {
             const QImage &source = notch % 3 == 0 ? darker : document;
-            const int top = notch * kWheelNotch;
-            const AppendResult result = stitcher->append(frameAt(source, top, kTerminalFrameHeight));
-            EXPECT_EQ(result.kind, Kind::appended) << "notch " << notch;
-            EXPECT_EQ(result.rows, kWheelNotch) << "notch " << notch;
-            const int stripTop = top + kTerminalFrameHeight - kWheelNotch;
-            QPainter(&page).drawImage(0, stripTop, source.copy(0, stripTop, source.width(), kWheelNotch));
+            EXPECT_EQ(stitcher->append(frameAt(source, notch * kWheelNotch, kTerminalFrameHeight)).rows, kWheelNotch) << notch;
+            const int stripTop = notch * kWheelNotch + kTerminalFrameHeight - kWheelNotch;
+            QPainter(&page).drawImage(0, stripTop, source.copy(0, stripTop, kTerminalWidth, kWheelNotch));
         }
         EXPECT_TRUE(samePixels(stitcher->compose(), page));
     }
@@ -271,14 +243,12 @@ TEST(ScrollStitcher, FramesInOtherFormatsComposeExactly)
          {std::tuple{translucent, Formats{QImage::Format_ARGB32_Premultiplied, QImage::Format_ARGB32, QImage::Format_ARGB32},
                      QColorSpace()},
           {opaque, Formats{QImage::Format_RGB888, QImage::Format_RGBX8888, QImage::Format_RGB32}, QColorSpace::DisplayP3}}) {
-        SCOPED_TRACE(formats[0]);
         QImage first = frameAt(document, 0, 200).convertToFormat(formats[0]);
         first.setColorSpace(colorSpace);
         first.setDevicePixelRatio(2);
         const auto stitcher = ScrollStitcher::create(first, 24000);
-        ASSERT_NE(stitcher, nullptr);
-        ASSERT_EQ(stitcher->append(frameAt(document, 70, 200).convertToFormat(formats[1])).rows, 70);
-        ASSERT_EQ(stitcher->append(frameAt(document, 150, 200).convertToFormat(formats[2])).rows, 80);
+        EXPECT_EQ(stitcher->append(frameAt(document, 70, 200).convertToFormat(formats[1])).rows, 70);
+        EXPECT_EQ(stitcher->append(frameAt(document, 150, 200).convertToFormat(formats[2])).rows, 80);
         const QImage composed = stitcher->compose();
         EXPECT_EQ(composed.format(), document.format());
         EXPECT_EQ(composed.colorSpace(), colorSpace.isValid() ? colorSpace : QColorSpace(QColorSpace::SRgb));

@@ -42,60 +42,52 @@ inline constexpr int kWheelNotch = 5 * kTerminalLineHeight;
 inline QStringList terminalLines(TerminalText text, int count, std::mt19937 &random)
 {
     const auto uniform = [&](int low, int high) { return std::uniform_int_distribution<int>(low, high)(random); };
-    const auto pick = [&](const QStringList &words) { return words[uniform(0, int(words.size()) - 1)]; };
     const QStringList words{"the", "a", "of", "scroll", "window", "capture", "and", "image", "while", "frame", "user",
                             "content", "moves", "up", "is", "to", "every", "page", "line", "text", "in", "from"};
+    const auto word = [&] { return words[uniform(0, int(words.size()) - 1)]; };
     QStringList lines;
-    switch (text) {
-    case TerminalText::numbers: // seq 1 3000
-        for (int number = uniform(1, 3000 - count); lines.size() < count; ++number)
+    for (int number = uniform(1, 3000 - count), milliseconds = 50537123; lines.size() < count; ++number) {
+        switch (text) {
+        case TerminalText::numbers: // seq 1 3000
             lines << QString::number(number);
-        break;
-    case TerminalText::numberedLines:
-        for (int number = uniform(1, 90000); lines.size() < count; ++number)
+            break;
+        case TerminalText::numberedLines:
             lines << QStringLiteral("line %1 of a long document").arg(number, 5, 10, QLatin1Char('0'));
-        break;
-    case TerminalText::serviceLog: {
-        qint64 milliseconds = (14 * 3600 + 2 * 60 + 17) * 1000 + 123;
-        for (int request = uniform(1000, 5000); lines.size() < count; request += uniform(1, 3)) {
+            break;
+        case TerminalText::serviceLog:
             milliseconds += uniform(1, 900);
-            const QString time = QStringLiteral("2026-11-23 %1:%2:%3.%4")
-                                     .arg(milliseconds / 3600000 % 24, 2, 10, QLatin1Char('0'))
-                                     .arg(milliseconds / 60000 % 60, 2, 10, QLatin1Char('0'))
-                                     .arg(milliseconds / 1000 % 60, 2, 10, QLatin1Char('0'))
-                                     .arg(milliseconds % 1000, 3, 10, QLatin1Char('0'));
-            const int worker = uniform(1, 8);
-            if (uniform(0, 9) == 0)
-                lines << QStringLiteral("%1 WARN  worker[%2]: request %3 retried after timeout").arg(time).arg(worker).arg(request);
-            else
-                lines << QStringLiteral("%1 INFO  worker[%2]: request %3 done in %4 ms").arg(time).arg(worker).arg(request).arg(uniform(1, 250));
-        }
-        break;
-    }
-    case TerminalText::prose:
-        while (lines.size() < count) {
-            QString line = pick(words);
+            lines << QStringLiteral("2026-11-23 %1:%2:%3.%4 %5  worker[%6]: request %7 %8")
+                         .arg(milliseconds / 3600000 % 24, 2, 10, QLatin1Char('0'))
+                         .arg(milliseconds / 60000 % 60, 2, 10, QLatin1Char('0'))
+                         .arg(milliseconds / 1000 % 60, 2, 10, QLatin1Char('0'))
+                         .arg(milliseconds % 1000, 3, 10, QLatin1Char('0'))
+                         .arg(uniform(0, 9) == 0 ? "WARN" : "INFO")
+                         .arg(uniform(1, 8))
+                         .arg(number)
+                         .arg(uniform(0, 3) == 0 ? QStringLiteral("retried after timeout")
+                                                 : QStringLiteral("done in %1 ms").arg(uniform(1, 250)));
+            break;
+        case TerminalText::prose: {
+            QString line = word();
             for (const int length = uniform(30, 88); line.size() < length;)
-                line += QLatin1Char(' ') + pick(words);
-            lines << line;
-            if (uniform(0, 7) == 0)
-                lines << QString();
+                line += QLatin1Char(' ') + word();
+            lines << line << (uniform(0, 7) == 0 ? QStringList{QString()} : QStringList{});
+            break;
         }
-        break;
-    case TerminalText::code: // many lines repeat: braces, returns, blank lines
-        while (lines.size() < count) {
-            const QString name = pick(words) + QLatin1Char('_') + pick(words);
+        case TerminalText::code: { // many lines repeat: braces, returns, blank lines
+            const QString name = word() + QLatin1Char('_') + word();
             lines << QStringLiteral("int %1(const Frame &frame, int rows)").arg(name) << QStringLiteral("{");
             for (int statement = uniform(1, 6); statement > 0; --statement) {
                 if (uniform(0, 2) == 0)
                     lines << QStringLiteral("    if (rows > %1) {").arg(uniform(0, 99))
                           << QStringLiteral("        return %1(frame, rows - 1);").arg(name) << QStringLiteral("    }");
                 else
-                    lines << QStringLiteral("    rows += frame.%1;").arg(pick(words));
+                    lines << QStringLiteral("    rows += frame.%1;").arg(word());
             }
             lines << QStringLiteral("    return rows;") << QStringLiteral("}") << QString();
+            break;
         }
-        break;
+        }
     }
     return lines.mid(0, count);
 }
