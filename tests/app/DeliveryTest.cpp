@@ -1,6 +1,7 @@
 #include "AppHarness.h"
 
-#include "app/CaptureFileNames.h"
+#include "FileSizeLimit.h"
+#include "TestImages.h"
 #include "markup/MarkupCanvasView.h"
 #include "markup/MarkupEditorController.h"
 #include "preview/PreviewThumbView.h"
@@ -16,31 +17,28 @@ using namespace pixmora::test;
 
 namespace {
 
-const QImage red = AppHarness::image({40, 30}, qRgb(255, 0, 0));
-const QImage blue = AppHarness::image({20, 10}, qRgb(0, 0, 255));
-
-PreviewThumbView *visibleThumbnail()
+// Clicks the thumbnail and answers the editor it opened.
+MarkupEditorController *clickThumbnail(AppHarness &h)
 {
-    for (QWidget *widget : QApplication::topLevelWidgets()) {
-        if (widget->isVisible() && widget->findChild<PreviewThumbView *>())
-            return widget->findChild<PreviewThumbView *>();
-    }
-    return nullptr;
+    for (QWidget *widget : QApplication::topLevelWidgets())
+        if (auto *thumb = widget->isVisible() ? widget->findChild<PreviewThumbView *>() : nullptr)
+            QTest::mouseClick(thumb, Qt::LeftButton);
+    return h.app->markupEditors().size() == 1 ? h.app->markupEditors().front().get() : nullptr;
 }
 
 // A full-screen capture delivers one image per display, in display order.
 TEST(DeliveryTest, EachModeSendsTheCapturesWhereTheyBelong)
 {
     enum Folder { usable, unset, trashed };
-    struct Case {
+    const struct {
         const char *mode;
         bool clipboardOnly, alsoCopy;
         Folder folder;
         int onClipboard, saved;
-    };
-    for (const Case &c : {Case{"clipboard only", true, false, usable, 2, 0}, Case{"folder", false, true, usable, 1, 2},
-                          Case{"folder, no copy", false, false, usable, 0, 2}, Case{"unset", false, true, unset, 2, 0},
-                          Case{"trashed", false, true, trashed, 2, 0}, Case{"no copy", false, false, unset, 0, 0}}) {
+    } cases[] = {{"clipboard only", true, false, usable, 2, 0}, {"folder", false, true, usable, 1, 2},
+                 {"folder, no copy", false, false, usable, 0, 2}, {"unset", false, true, unset, 2, 0},
+                 {"trashed", false, true, trashed, 2, 0},         {"no copy", false, false, unset, 0, 0}};
+    for (const auto &c : cases) {
         SCOPED_TRACE(c.mode);
         AppHarness h;
         const QString folder = h.makeSaveFolder();
@@ -68,54 +66,48 @@ TEST(DeliveryTest, EachModeSendsTheCapturesWhereTheyBelong)
         }
         if (c.saved) {
             const QString name = QFileInfo(opened[0]).fileName();
-            const QRegularExpression pattern(R"(^Screenshot \d{4}-\d\d-\d\d at \d\d\.\d\d\.\d\d\.\d{3}\.png$)");
-            EXPECT_TRUE(pattern.match(name).hasMatch()) << name.toStdString();
+            EXPECT_TRUE(QRegularExpression(R"(^Screenshot \d{4}-\d\d-\d\d at \d\d\.\d\d\.\d\d\.\d{3}\.png$)").match(name).hasMatch())
+                << name.toStdString();
             EXPECT_EQ(QFileInfo(opened[1]).fileName(), name.chopped(4) + " (2).png");
         }
-        const auto history = h.app->history()->entries();
-        EXPECT_EQ(history.size(), 2u) << "captures of one millisecond must not overwrite each other";
+        EXPECT_EQ(h.app->history()->entries().size(), 2u) << "captures of one millisecond must not overwrite each other";
         EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
         // The thumbnail opens the primary image in an editor, whose discard removes this delivery's
         // files, not those of one delivered meanwhile, and the image on the clipboard; the history keeps its copies.
-        ASSERT_NE(visibleThumbnail(), nullptr);
-        QTest::mouseClick(visibleThumbnail(), Qt::LeftButton);
-        ASSERT_EQ(h.app->markupEditors().size(), 1u);
-        EXPECT_EQ(h.app->markupEditors().front()->canvas()->document().baseImage(), screens[0]);
-        h.app->deliver({{red, 1.0}});
+        MarkupEditorController *editor = clickThumbnail(h);
+        ASSERT_NE(editor, nullptr);
+        EXPECT_EQ(editor->canvas()->document().baseImage(), screens[0]);
+        h.app->deliver({{AppHarness::image({40, 30}, qRgb(255, 0, 0)), 1.0}});
         QStringList kept;
         for (const QString &path : opened.mid(c.saved))
             kept << QFileInfo(path).fileName();
-        h.app->markupEditors().front()->discardAction();
+        editor->discardAction();
         EXPECT_EQ(QDir(folder).entryList(QDir::Files), kept);
         EXPECT_TRUE(h.fake.clipboard.items.isEmpty());
         EXPECT_EQ(h.app->history()->entries().size(), 3u);
     }
 }
 
-// Folders standing where the files should go make those writes fail.
+// On a full disk only small files can still be written: one alert names the
+// file and the reason and counts what was saved; the clipboard holds the capture.
 TEST(DeliveryTest, AFailedWriteAlertsWithTheCountAndTheRestIsStillDelivered)
 {
-    for (const auto &[blocked, count] :
-         {std::pair{QList<int>{2}, " 1 of 2 files were saved."}, std::pair{QList<int>{1, 2}, ""}}) {
+    const QImage small = AppHarness::image({40, 30}, qRgb(255, 0, 0)), large = noise(300, 200);
+    for (const auto &[second, count] : {std::pair{small, " 1 of 2 files were saved."}, std::pair{large, ""}}) {
         AppHarness h;
-        const QString folder = h.makeSaveFolder();
-        // Folders stand where the names of every millisecond from now until a
-        // second after the last one is made would go, however slow this runs.
-        QDateTime moment = QDateTime::currentDateTime();
-        for (int made = 0; moment < QDateTime::currentDateTime().addMSecs(1000); ++made) {
-            ASSERT_LT(made, 100000) << "the folders cannot be made faster than time passes";
-            for (int position : blocked)
-                QDir().mkpath(QDir(folder).filePath(captureFileName(captureDateText(moment), position)));
-            moment = moment.addMSecs(1);
+        h.makeSaveFolder();
+        {
+            const FileSizeLimit fullDisk(4096);
+            h.app->deliver({{large, 1.0}, {second, 1.0}});
         }
-        h.app->deliver({{red, 1.0}, {blue, 1.0}});
         ASSERT_EQ(h.fake.dialogs.alerts.size(), 1);
         EXPECT_EQ(h.fake.dialogs.alerts[0].message, "Could Not Save the Screenshot");
         const QString informative = h.fake.dialogs.alerts[0].informative;
-        EXPECT_TRUE(informative.endsWith("\nThe screenshot is still on the clipboard." + QString(count)))
+        EXPECT_TRUE(informative.startsWith("Could not write \"Screenshot ") &&
+                    informative.endsWith(".png\": File too large.\nThe screenshot is still on the clipboard." + QString(count)))
             << informative.toStdString();
-        EXPECT_EQ(h.fake.clipboard.items.size(), 1);
-        EXPECT_EQ(h.app->history()->entries().size(), 2u);
+        ASSERT_EQ(h.fake.clipboard.items.size(), 1);
+        EXPECT_EQ(QImage::fromData(h.fake.clipboard.items[0]).convertToFormat(QImage::Format_RGB32), large);
     }
 }
 
@@ -124,7 +116,7 @@ TEST(DeliveryTest, AFailedWriteAlertsWithTheCountAndTheRestIsStillDelivered)
 // also beyond the 128 MB a PNG reader takes unless told.
 TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDisplays)
 {
-    for (const auto &[height, kept] : {std::pair{2400, true}, std::pair{2401, false}, std::pair{21000, false}}) {
+    for (const auto &[height, kept] : {std::pair{2400, true}, std::pair{21000, false}}) {
         SCOPED_TRACE(height);
         AppHarness h;
         QImage capture(1600, height, QImage::Format_RGB32);
@@ -132,12 +124,10 @@ TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDi
             std::fill_n(reinterpret_cast<QRgb *>(capture.scanLine(y)), capture.width(), qRgb(y & 255, y >> 8, 90));
         h.app->deliver({{capture, 2.0}});
         EXPECT_EQ(!capture.isDetached(), kept);
-        ASSERT_NE(visibleThumbnail(), nullptr);
-        QTest::mouseClick(visibleThumbnail(), Qt::LeftButton);
-        ASSERT_EQ(h.app->markupEditors().size(), 1u);
-        EXPECT_EQ(h.app->markupEditors().front()->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32),
-                  capture);
-        EXPECT_EQ(h.app->markupEditors().front()->imageScale(), 2.0);
+        MarkupEditorController *editor = clickThumbnail(h);
+        ASSERT_NE(editor, nullptr);
+        EXPECT_EQ(editor->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32), capture);
+        EXPECT_EQ(editor->imageScale(), 2.0);
     }
 }
 
