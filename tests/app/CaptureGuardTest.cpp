@@ -41,30 +41,41 @@ TEST(CaptureGuardTest, OneFlowAtATimeAndTheNextStartsAtOnce)
     }
 }
 
-// A command given while the capture error alert is open is dropped, in every mode.
-TEST(CaptureGuardTest, TheFlowLastsUntilItsAlertIsClosed)
+// A command is answered as soon as the guard has decided, before the capture
+// does anything; until the capture's alert closes every command is dropped or
+// refused with the reason, in every mode.
+TEST(CaptureGuardTest, TheFlowLastsUntilItsAlertIsClosedAndCommandsAreAnsweredAtOnce)
 {
-    for (const Command start : captureCommands) {
+    for (const char *mode : {"area", "window", "screen", "scrolling"}) {
+        SCOPED_TRACE(mode);
         AppHarness h;
         h.fake.screens.beforeDisplayCapture = [](const DisplayInfo &display) {
             if (display.id == 2)
                 throw Error("The display went away.");
         };
+        QList<std::optional<QString>> answers;
+        const auto command = [&](const QString &words) {
+            h.app->runRemoteCommand(words.split(' '), [&](const std::optional<QString> &refusal) { answers << refusal; });
+        };
         int capturesDuringTheAlert = -1;
         h.fake.dialogs.whileAlertIsOpen = [&](const Alert &) {
-            EXPECT_TRUE(h.app->captureFlowActive());
+            EXPECT_EQ(answers, QList<std::optional<QString>>{std::nullopt});
             const int before = h.fake.screens.displayCaptureCount;
-            for (const Command command : captureCommands)
-                (h.app.get()->*command)();
+            for (const Command other : captureCommands)
+                (h.app.get()->*other)();
+            command("capture area");
             capturesDuringTheAlert = h.fake.screens.displayCaptureCount - before;
         };
-        (h.app.get()->*start)();
+        command(QString("capture ") + mode);
         ASSERT_EQ(h.fake.dialogs.alerts.size(), 1);
         EXPECT_EQ(h.fake.dialogs.alerts[0].message, "Could Not Capture the Screen");
         EXPECT_EQ(h.fake.dialogs.alerts[0].informative, "The display went away.");
         EXPECT_EQ(capturesDuringTheAlert, 0);
+        EXPECT_EQ(answers.value(1), "a capture is already in progress");
         EXPECT_FALSE(h.app->captureFlowActive());
         EXPECT_EQ(h.fake.clipboard.writeCount, 0);
+        command("capture everything");
+        EXPECT_EQ(answers.value(2), "unknown command: capture everything");
     }
 }
 
@@ -77,12 +88,9 @@ TEST(CaptureGuardTest, TheScrollingCommandAgainFinishesARunningScrollingCapture)
     h.app->statusMenu()->menu()->actions()[3]->trigger();  // "Capture Scrolling"
     auto *flow = qobject_cast<ScrollingCaptureFlow *>(h.app->captureFlow());
     ASSERT_NE(flow, nullptr);
-    const int snapshots = h.fake.screens.displayCaptureCount;
     h.app->startScrollingCapture();
     EXPECT_EQ(h.app->captureFlow(), flow);
-    EXPECT_EQ(h.fake.screens.displayCaptureCount, snapshots);
     ASSERT_NE(flow->regionController(), nullptr) << "still selecting";
-
     const DisplayInfo &display = h.fake.screens.displayList[0];
     flow->regionController()->finish(QRectF(10, 10, 200, 150), &display);
     ASSERT_TRUE(QTest::qWaitFor([&] { return flow->scrollCapture() && flow->scrollCapture()->hud()
@@ -91,42 +99,6 @@ TEST(CaptureGuardTest, TheScrollingCommandAgainFinishesARunningScrollingCapture)
     EXPECT_FALSE(h.app->captureFlowActive());
     ASSERT_EQ(h.app->history()->entries().size(), 1u);
     EXPECT_EQ(h.fake.clipboard.writeCount, 1);
-    // The capture is over: the next command starts a new one.
-    std::optional<QString> refusal = QStringLiteral("not answered");
-    h.app->runRemoteCommand({"capture", "scrolling"}, [&](const std::optional<QString> &answer) { refusal = answer; });
-    ASSERT_EQ(refusal, std::nullopt);
-    EXPECT_TRUE(QTest::qWaitFor([&] { return h.app->captureFlowActive(); }));
-}
-
-// A command is answered once the guard has decided, before the capture does
-// anything: the command never waits on the capture's alert, and a command
-// given during a flow or its alert is refused with the reason.
-TEST(CaptureGuardTest, CommandsAreAnsweredOnceWhenItIsKnownWhetherTheyRun)
-{
-    AppHarness h;
-    h.fake.screens.beforeDisplayCapture = [](const DisplayInfo &) { throw Error("The display went away."); };
-    QList<std::optional<QString>> answers;
-    const auto command = [&](const QString &words) {
-        h.app->runRemoteCommand(words.split(' '), [&](const std::optional<QString> &refusal) { answers << refusal; });
-    };
-    int answersWhenTheAlertOpened = -1;
-    h.fake.dialogs.whileAlertIsOpen = [&](const Alert &) {
-        answersWhenTheAlertOpened = int(answers.size());
-        command("capture area");
-    };
-    command("capture screen");
-    EXPECT_EQ(answersWhenTheAlertOpened, 1);
-    command("capture everything");
-    ASSERT_EQ(answers.size(), 3);
-    EXPECT_EQ(answers[0], std::nullopt);
-    EXPECT_EQ(answers[1], "a capture is already in progress");
-    EXPECT_EQ(answers[2], "unknown command: capture everything");
-    EXPECT_EQ(h.fake.screens.displayCaptureCount, 1);
-
-    h.fake.screens.beforeDisplayCapture = nullptr;
-    h.app->startRegionCapture();
-    command("capture screen");
-    EXPECT_EQ(answers.last(), "a capture is already in progress");
 }
 
 } // namespace

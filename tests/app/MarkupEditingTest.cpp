@@ -1,6 +1,7 @@
 #include "AppHarness.h"
 
-#include "app/CaptureFileNames.h"
+#include "FileSizeLimit.h"
+#include "TestImages.h"
 #include "markup/MarkupEditorController.h"
 
 #include <QRegularExpression>
@@ -19,11 +20,11 @@ QStringList files(const QString &folder)
     return QDir(folder).entryList({"*.png"}, QDir::Files, QDir::Name);
 }
 
-// Files in a folder that went to the Trash, or a capture opened from the history, are not deleted.
+// Files in a folder that went to the Trash, or a capture opened from the history, are not deleted
+// (DeliveryTest discards what a delivery wrote).
 TEST(MarkupEditingTest, DiscardDeletesOnlyWhileTheFolderCanBeHadAndAlwaysClearsAnImageOnTheClipboard)
 {
     const struct { const char *what; bool folder; bool fromHistory; bool imageOnClipboard; } cases[] = {
-        {"delivered files", true, false, true},
         {"opened from the history", true, true, true},
         {"folder gone", false, false, true},
         {"clipboard holds text", true, false, false},
@@ -52,40 +53,30 @@ TEST(MarkupEditingTest, DiscardDeletesOnlyWhileTheFolderCanBeHadAndAlwaysClearsA
 TEST(MarkupEditingTest, SaveWritesANewFileInTheFolderElseWhereTheSavePanelSays)
 {
     const QRegularExpression editedName(R"(^Screenshot \d{4}-\d\d-\d\d at \d\d\.\d\d\.\d\d\.\d{3}\.png$)");
-    {
+    for (const bool folderSet : {true, false}) {
         AppHarness h;
-        const QString folder = h.makeSaveFolder();
+        const QString folder = folderSet ? h.makeSaveFolder() : h.path("");
+        h.fake.dialogs.saveAnswers = {h.path("Elsewhere.png"), std::nullopt};
         h.app->saveEditedImage(green, 2.0);
+        if (!folderSet)
+            h.app->saveEditedImage(green, 2.0);  // the panel cancelled: nothing is written
         ASSERT_EQ(files(folder).size(), 1);
-        EXPECT_TRUE(editedName.match(files(folder).front()).hasMatch());
+        EXPECT_EQ(h.fake.dialogs.saveProposals.size(), folderSet ? 0 : 2);
+        EXPECT_TRUE(editedName.match(folderSet ? files(folder).front() : h.fake.dialogs.saveProposals.value(0)).hasMatch());
         const QImage written(QDir(folder).filePath(files(folder).front()));
         EXPECT_EQ(written.convertToFormat(QImage::Format_RGB32), green);
         EXPECT_EQ(AppHarness::dpi(written), 144);
-        EXPECT_TRUE(h.fake.dialogs.saveProposals.isEmpty());
         EXPECT_TRUE(h.fake.clipboard.items.isEmpty());
         EXPECT_TRUE(h.app->history()->entries().empty());
     }
+    AppHarness h;
+    h.makeSaveFolder();
     {
-        AppHarness h;
-        const QString chosen = h.path("Elsewhere.png");
-        h.fake.dialogs.saveAnswers = {chosen, std::nullopt};
-        h.app->saveEditedImage(green, 1.0);
-        h.app->saveEditedImage(green, 1.0);  // cancelled: nothing is written
-        ASSERT_EQ(h.fake.dialogs.saveProposals.size(), 2);
-        EXPECT_TRUE(editedName.match(h.fake.dialogs.saveProposals[0]).hasMatch());
-        EXPECT_EQ(AppHarness::dpi(QImage(chosen)), 72);
-        EXPECT_EQ(files(h.path("")).size(), 1);
+        const FileSizeLimit fullDisk(4096);
+        h.app->saveEditedImage(noise(300, 200), 1.0);
     }
-    {
-        AppHarness h;
-        const QString folder = h.makeSaveFolder();
-        const QDateTime now = QDateTime::currentDateTime();
-        for (int ms = 0; ms < 300; ++ms)
-            QDir().mkpath(QDir(folder).filePath(captureFileName(captureDateText(now.addMSecs(ms)))));
-        h.app->saveEditedImage(green, 1.0);
-        EXPECT_EQ(h.fake.dialogs.saveProposals.size(), 1);
-        EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
-    }
+    EXPECT_EQ(h.fake.dialogs.saveProposals.size(), 1);
+    EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
 }
 
 TEST(MarkupEditingTest, EditorsAreIndependentAndEachClosingReleasesOnlyItself)

@@ -9,30 +9,22 @@
 
 #include <gtest/gtest.h>
 
-namespace pixmora {
-namespace {
+using namespace pixmora;
 
-class SaveLocationStoreTest : public ::testing::Test {
-protected:
+// Set as the command line sets it: only an existing folder is taken.
+TEST(SaveLocationStoreTest, TheFolderIsFollowedWhenMovedAndNotUsedWhenTrashedDeletedOrReplaced)
+{
     QTemporaryDir root;
     Settings settings{root.filePath("Pixmora.conf")};
     FakeFolderBookmarks bookmarks;
-    FakeDialogs dialogs;
-    SaveLocationStore store{settings, bookmarks, &dialogs};
-};
-
-// Set as the command line sets it: only an existing folder is taken.
-TEST_F(SaveLocationStoreTest, TheFolderIsFollowedWhenMovedAndNotUsedWhenTrashedDeletedOrReplaced)
-{
-    SaveLocationStore headless(settings, bookmarks);
-    const QString folder = root.filePath("Shots"), file = root.filePath("file");
+    SaveLocationStore store{settings, bookmarks};
+    const QString folder = root.filePath("Shots"), file = root.filePath("file"), renamed = root.filePath("Screenshots");
     ASSERT_TRUE(QDir().mkpath(folder) && QFile(file).open(QIODevice::WriteOnly));
-    EXPECT_FALSE(headless.setFolder(file));
-    EXPECT_FALSE(headless.setFolder(root.filePath("missing")));
+    EXPECT_FALSE(store.setFolder(file));
+    EXPECT_FALSE(store.setFolder(root.filePath("missing")));
     EXPECT_EQ(store.currentFolder(), std::nullopt);
-    ASSERT_TRUE(headless.setFolder(root.filePath("Shots/../Shots/")));
+    ASSERT_TRUE(store.setFolder(root.filePath("Shots/../Shots/")));
     EXPECT_EQ(store.currentFolder(), folder);
-    const QString renamed = root.filePath("Screenshots");
     ASSERT_TRUE(QDir().rename(folder, renamed));
     bookmarks.moved[folder] = renamed;
     EXPECT_EQ(store.currentFolder(), renamed);
@@ -48,6 +40,3 @@ TEST_F(SaveLocationStoreTest, TheFolderIsFollowedWhenMovedAndNotUsedWhenTrashedD
     EXPECT_EQ(store.currentFolder(), std::nullopt);
     EXPECT_EQ(settings.saveFolderBookmark(), bookmark) << "kept, in case the folder comes back";
 }
-
-} // namespace
-} // namespace pixmora
