@@ -2,12 +2,9 @@
 
 #include "TestImages.h"
 
-#include <QTemporaryDir>
-
 #include <gtest/gtest.h>
 
 using namespace pixmora;
-using pixmora::test::noise;
 
 TEST(BackingScale, ByDisplayIdOrWindowCentreElseTheMainDisplay)
 {
@@ -15,18 +12,15 @@ TEST(BackingScale, ByDisplayIdOrWindowCentreElseTheMainDisplay)
     const DisplayList displays = {{7, {0, 0, 1920, 1080}, {}, 1.0, {}}, {9, {1920, 0, 960, 540}, {}, 2.0, {}}};
     EXPECT_EQ(CaptureEngine::backingScale(9, displays), 2.0);
     EXPECT_EQ(CaptureEngine::backingScale(1234, displays), 1.0);
-    EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({10, 10, 100, 100}, {}), 2.0);
-    EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({1500, 100, 1000, 200}, displays), 2.0);  // mostly on the first
-    EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({1820, 100, 200, 100}, displays), 2.0);   // centre on the seam
-    EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({2000, 700, 200, 100}, displays), 1.0);   // in the gap
+    EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({1820, 100, 200, 100}, displays), 2.0);  // centre on the seam
+    EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({2000, 700, 200, 100}, displays), 1.0);  // in the gap
 }
 
 TEST(Crop, FloorsEachValueSubtractsTheScreensOriginAndClipsToTheImage)
 {
-    const QImage image = noise(1440, 900);
+    const QImage image = test::noise(1440, 900);
     const QRectF screen(0, 0, 720, 450), leftScreen(-720, -200, 720, 450);
     const struct { QRectF selection; QRectF screen; QRect pixels; } cases[] = {
-        {{100.3, 450 - 70.8, 50.5, 20.2}, screen, {200, 758, 101, 40}},  // y measured up from the bottom: 50.6
         {{10.75, 10.75, 300.5, 200.25}, screen, {21, 21, 601, 400}},
         {{-720 + 30.5, -200 + 40.25, 100, 50}, leftScreen, {61, 80, 200, 100}},
         {{710, 440, 30, 30}, screen, {1420, 880, 20, 20}},
@@ -34,29 +28,9 @@ TEST(Crop, FloorsEachValueSubtractsTheScreensOriginAndClipsToTheImage)
         {{10, 10, 0.5, 0.5}, screen, {20, 20, 1, 1}},
         {{720, 10, 20, 20}, screen, {}},
         {{10, 10, 0.4, 20}, screen, {}},
-        {{10, 10, 20, 0.49}, screen, {}},
     };
     for (const auto &[selection, screenFrame, pixels] : cases) {
         SCOPED_TRACE(testing::Message() << selection.x() << "," << selection.y());
         EXPECT_EQ(CaptureEngine::crop(image, selection, screenFrame), pixels.isEmpty() ? QImage() : image.copy(pixels));
     }
-}
-
-// The write itself is atomic (tests/platform); the message names the file.
-TEST(WritePng, AFailureNamesTheFileAndTheReason)
-{
-    const auto writeError = [](const QByteArray &bytes, const QString &path) {
-        try {
-            CaptureEngine::writePNG(bytes, path);
-        } catch (const Error &error) {
-            return error.description();
-        }
-        return QString();
-    };
-    QTemporaryDir folder;
-    EXPECT_EQ(writeError("png", folder.filePath("a.png")), QString());
-    EXPECT_EQ(writeError("png", folder.filePath("no such folder/Screenshot.png")),
-              "Could not write \"Screenshot.png\": No such file or directory.");
-    EXPECT_EQ(writeError({}, folder.filePath("empty.png")),
-              "Could not write \"empty.png\": the image could not be encoded.");
 }
