@@ -48,12 +48,10 @@ TEST(GioSharingServices, ListsTheApplicationsForPngDefaultFirstAndStartsOneOnThe
     write(data.filePath("config/mimeapps.list"), "[Default Applications]\nimage/png=painter.desktop\n");
 
     GioSharingServices sharing;
-    const std::vector<SharingServices::Application> found = sharing.pngApplications();
-    ASSERT_EQ(found.size(), 2u);
-    EXPECT_EQ(found[0].name, "Painter");
-    EXPECT_EQ(found[0].id, "painter.desktop");
-    EXPECT_EQ(found[1].name, "Viewer");
-    EXPECT_EQ(found[1].iconName, "image-viewer");
+    QStringList found;
+    for (const SharingServices::Application &application : sharing.pngApplications())
+        found << application.name + " " + application.id + " " + application.iconName;
+    EXPECT_EQ(found, (QStringList{"Painter painter.desktop ", "Viewer viewer.desktop image-viewer"}));
 
     const QString shared = data.filePath("Screenshot-1700000000.png");
     EXPECT_EQ(sharing.openWith("viewer.desktop", shared), std::nullopt);
@@ -63,9 +61,7 @@ TEST(GioSharingServices, ListsTheApplicationsForPngDefaultFirstAndStartsOneOnThe
     ASSERT_TRUE(opened.open(QIODevice::ReadOnly));
     EXPECT_EQ(QString::fromLocal8Bit(opened.readAll()), shared);
 
-    const std::optional<QString> missing = sharing.openWith("notes.desktop", shared);
-    ASSERT_TRUE(missing.has_value());
-    EXPECT_TRUE(missing->contains("notes.desktop"));
+    EXPECT_TRUE(sharing.openWith("notes.desktop", shared).value_or("").contains("notes.desktop"));
 }
 
 } // namespace

@@ -9,72 +9,67 @@
 
 namespace pixmora {
 
+namespace {
+
+bool write(const QString &path, const QByteArray &contents)
+{
+    QFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
+}
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
 // The session turns an entry off with Hidden or the GNOME key; enabling turns it on again.
 TEST(LoginItem, EntryIsWrittenReadAsTheSessionReadsItAndFailuresNameThePath)
 {
     QTemporaryDir root;
-    const QString folder = root.filePath(QStringLiteral("config/autostart"));
-    const QString entry = folder + QStringLiteral("/pixmora.desktop");
+    const QString folder = root.filePath("config/autostart"), entry = folder + "/pixmora.desktop";
     AutostartLoginItem item{folder};
-    const auto write = [&](const QByteArray &contents) {
-        QFile file(entry);
-        return file.open(QIODevice::WriteOnly) && file.write(contents) == contents.size();
-    };
-
     ASSERT_EQ(item.enable(), std::nullopt);
-    QFile written(entry);
-    ASSERT_TRUE(written.open(QIODevice::ReadOnly));
-    const QByteArray contents = written.readAll();
-    EXPECT_TRUE(contents.startsWith("[Desktop Entry]\n"));
-    EXPECT_TRUE(contents.contains("\nExec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\"\n"));
+    EXPECT_TRUE(contents(entry).startsWith("[Desktop Entry]\n"));
+    EXPECT_TRUE(contents(entry).contains("\nExec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\"\n"));
     EXPECT_TRUE(item.isEnabled());
-
-    ASSERT_TRUE(write("[Desktop Entry]\nExec=pixmora\nHidden = true\n"));
-    EXPECT_FALSE(item.isEnabled());
-    ASSERT_TRUE(write("[Desktop Entry]\nExec=pixmora\nX-GNOME-Autostart-enabled=false\n"));
-    EXPECT_FALSE(item.isEnabled());
-    ASSERT_TRUE(write("[Desktop Entry]\nExec=pixmora\n[Desktop Action x]\nHidden=true\n"));
-    EXPECT_TRUE(item.isEnabled()) << "only the main group counts";
-
+    for (const auto &[text, enabled] : {std::pair{"Hidden = true\n", false}, {"X-GNOME-Autostart-enabled=false\n", false},
+                                        {"[Desktop Action x]\nHidden=true\n", true}}) {
+        ASSERT_TRUE(write(entry, QByteArray("[Desktop Entry]\nExec=pixmora\n") + text));
+        EXPECT_EQ(item.isEnabled(), enabled) << text;
+    }
     EXPECT_EQ(item.disable(), std::nullopt);
     EXPECT_FALSE(item.isEnabled());
     EXPECT_EQ(item.disable(), std::nullopt) << "nothing to delete is not a failure";
-
     // As root, permissions cannot fail it: a folder stands where the entry should be.
-    ASSERT_TRUE(QDir().mkpath(entry + QStringLiteral("/inside")));
+    ASSERT_TRUE(QDir().mkpath(entry + "/inside"));
     const auto failure = item.enable();
     ASSERT_TRUE(failure);
     EXPECT_TRUE(failure->contains(entry) || failure->contains(folder)) << qPrintable(*failure);
 }
 
-// An installed entry is copied only when it starts the running binary.
+// An installed entry is copied only when it starts the running binary: another
+// program of the same name (an older install, say) must not start instead.
 TEST(LoginItem, InstalledEntryThatStartsThisBinaryBecomesTheAutostartEntry)
 {
     QTemporaryDir root;
-    const QString installed = root.filePath(QStringLiteral("org.pixmora.Pixmora.desktop"));
-    const QString autostart = root.filePath(QStringLiteral("autostart/pixmora.desktop"));
-    const auto writeInstalled = [&](const QString &exec) {
-        QFile file(installed);
-        const QByteArray text = "[Desktop Entry]\nName=Pixmora\nIcon=org.pixmora.Pixmora\nExec=" + exec.toUtf8() +
-                                "\n\n[Desktop Action CaptureArea]\nExec=" + exec.toUtf8() + " capture area\n";
-        return file.open(QIODevice::WriteOnly) && file.write(text) == text.size();
-    };
-    const auto autostartText = [&] {
-        QFile file(autostart);
-        return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-    };
-    AutostartLoginItem item{root.filePath(QStringLiteral("autostart")), installed};
-
-    ASSERT_TRUE(writeInstalled(QCoreApplication::applicationFilePath()));
-    ASSERT_EQ(item.enable(), std::nullopt);
-    EXPECT_TRUE(autostartText().startsWith("[Desktop Entry]\nX-GNOME-Autostart-enabled=true\nName=Pixmora\nIcon=org.pixmora.Pixmora\n"));
-    EXPECT_TRUE(item.isEnabled());
-
-    // Another program of the same name (an older install, say) must not start instead of this one.
-    ASSERT_TRUE(writeInstalled(QStringLiteral("/usr/bin/true")));
-    ASSERT_EQ(item.enable(), std::nullopt);
-    EXPECT_FALSE(autostartText().contains("Icon=")) << autostartText().constData();
-    EXPECT_TRUE(autostartText().contains("Exec=\"" + QCoreApplication::applicationFilePath().toUtf8() + "\""));
+    const QString installed = root.filePath("org.pixmora.Pixmora.desktop"), autostart = root.filePath("autostart/pixmora.desktop");
+    const QByteArray binary = QCoreApplication::applicationFilePath().toUtf8();
+    AutostartLoginItem item{root.filePath("autostart"), installed};
+    for (const QByteArray &exec : {binary, QByteArray("/usr/bin/true")}) {
+        ASSERT_TRUE(write(installed, "[Desktop Entry]\nName=Pixmora\nIcon=org.pixmora.Pixmora\nExec=" + exec
+                                         + "\n\n[Desktop Action CaptureArea]\nExec=" + exec + " capture area\n"));
+        ASSERT_EQ(item.enable(), std::nullopt);
+        EXPECT_TRUE(item.isEnabled());
+        if (exec == binary)
+            EXPECT_TRUE(contents(autostart).startsWith(
+                "[Desktop Entry]\nX-GNOME-Autostart-enabled=true\nName=Pixmora\nIcon=org.pixmora.Pixmora\n"));
+        else
+            EXPECT_TRUE(!contents(autostart).contains("Icon=") && contents(autostart).contains("Exec=\"" + binary + "\""))
+                << contents(autostart).constData();
+    }
 }
 
 } // namespace pixmora
