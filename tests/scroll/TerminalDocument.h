@@ -21,18 +21,6 @@ enum class TerminalText { numbers, numberedLines, serviceLog, prose, code };
 inline constexpr std::array kTerminalTexts{TerminalText::numbers, TerminalText::numberedLines, TerminalText::serviceLog,
                                            TerminalText::prose, TerminalText::code};
 
-inline const char *terminalTextName(TerminalText text)
-{
-    switch (text) {
-    case TerminalText::numbers: return "numbers";
-    case TerminalText::numberedLines: return "numbered_lines";
-    case TerminalText::serviceLog: return "service_log";
-    case TerminalText::prose: return "prose";
-    case TerminalText::code: return "code";
-    }
-    return "";
-}
-
 // An xterm of 90 columns with DejaVu Sans Mono in 20-pixel lines; a wheel notch scrolls 5 lines.
 inline constexpr int kTerminalWidth = 720;
 inline constexpr int kTerminalLineHeight = 20;
