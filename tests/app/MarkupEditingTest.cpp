@@ -2,7 +2,6 @@
 
 #include "FileSizeLimit.h"
 #include "TestImages.h"
-#include "markup/MarkupEditorController.h"
 
 #include <QRegularExpression>
 
@@ -77,28 +76,6 @@ TEST(MarkupEditingTest, SaveWritesANewFileInTheFolderElseWhereTheSavePanelSays)
     }
     EXPECT_EQ(h.fake.dialogs.saveProposals.size(), 1);
     EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
-}
-
-TEST(MarkupEditingTest, EditorsAreIndependentAndEachClosingReleasesOnlyItself)
-{
-    AppHarness h;
-    const QString folder = h.makeSaveFolder();
-    h.app->openMarkupEditor(green, 1.0, {});
-    h.app->openMarkupEditor(AppHarness::image({300, 200}, qRgb(9, 9, 9)), 2.0, {});
-    ASSERT_EQ(h.app->markupEditors().size(), 2u);
-    MarkupEditorController *first = h.app->markupEditors()[0].get();
-    const QPointer<MarkupEditorController> second = h.app->markupEditors()[1].get();
-    second->saveAction();
-    second->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    ASSERT_EQ(h.app->markupEditors().size(), 1u);
-    EXPECT_EQ(h.app->markupEditors()[0].get(), first);
-    EXPECT_TRUE(second.isNull()) << "a closed editor is deleted";
-    ASSERT_EQ(files(folder).size(), 1);
-    EXPECT_EQ(QImage(QDir(folder).filePath(files(folder).front())).size(), QSize(300, 200));
-    first->close();
-    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    EXPECT_TRUE(h.app->markupEditors().empty());
 }
 
 } // namespace
