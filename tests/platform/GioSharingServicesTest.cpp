@@ -56,7 +56,7 @@ TEST(GioSharingServices, ListsTheApplicationsForPngDefaultFirstAndStartsOneOnThe
     const QString shared = data.filePath("Screenshot-1700000000.png");
     EXPECT_EQ(sharing.openWith("viewer.desktop", shared), std::nullopt);
     QFile opened(data.filePath("opened"));
-    for (int wait = 0; wait < 200 && !opened.exists(); ++wait)
+    for (int wait = 0; wait < 200 && opened.size() == 0; ++wait)  // created before it is written
         std::this_thread::sleep_for(std::chrono::milliseconds(25));
     ASSERT_TRUE(opened.open(QIODevice::ReadOnly));
     EXPECT_EQ(QString::fromLocal8Bit(opened.readAll()), shared);
