@@ -363,6 +363,7 @@ TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
     command(QStringLiteral("Up Up Up Up Up Return"));
     const QRect frame = desktop.windowRect(desktop.waitForWindow(QStringLiteral("^Recent Captures$")));
     ASSERT_EQ(frame.size(), QSize(1440, 960));
+    EXPECT_NEAR(frame.center().x(), 960, 40) << "centred on LEFT";
 
     // Tiles of 200 x 150 points, 12 apart, 14 from the edges, newest first.
     const auto tile = [&](int column) { return QRect(frame.topLeft() + QPoint(28 + 424 * column, 28), QSize(400, 300)); };
