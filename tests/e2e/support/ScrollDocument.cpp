@@ -13,8 +13,7 @@ std::optional<ScrollDocument> ScrollDocument::start(VirtualDesktop &desktop, con
 {
     const QString reportPath = QDir(folder).filePath(QStringLiteral("viewport.txt"));
     QFile::remove(reportPath);
-    ScrollDocument document;
-    document.process = desktop.start(program, QStringList{QStringLiteral("--report"), reportPath} + arguments);
+    desktop.start(program, QStringList{QStringLiteral("--report"), reportPath} + arguments);
     QFile report(reportPath);
     if (!VirtualDesktop::waitUntil([&] { return report.exists() && report.size() > 0; }, 15000)
         || !report.open(QIODevice::ReadOnly))
@@ -22,8 +21,7 @@ std::optional<ScrollDocument> ScrollDocument::start(VirtualDesktop &desktop, con
     const QList<QByteArray> numbers = report.readAll().simplified().split(' ');
     if (numbers.size() != 4)
         return std::nullopt;
-    document.viewport = QRect(numbers[0].toInt(), numbers[1].toInt(), numbers[2].toInt(), numbers[3].toInt());
-    return document;
+    return ScrollDocument{QRect(numbers[0].toInt(), numbers[1].toInt(), numbers[2].toInt(), numbers[3].toInt())};
 }
 
 std::optional<ScrollDocument> ScrollDocument::startForBenchmark(VirtualDesktop &desktop, const QString &folder)

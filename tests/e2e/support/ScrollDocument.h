@@ -3,8 +3,6 @@
 #include <QRect>
 #include <QStringList>
 
-#include <sys/types.h>
-
 #include <optional>
 
 namespace pixmora::e2e {
@@ -14,7 +12,6 @@ class VirtualDesktop;
 // The long document of scroll_document.cpp in its scrolling view, on a
 // virtual desktop, and where its viewport lies (root-window pixels).
 struct ScrollDocument {
-    pid_t process = 0;
     QRect viewport;
 
     // Starts `program` with `arguments` and waits until it reports its

@@ -252,7 +252,7 @@ QRect VirtualDesktop::windowRect(quint64 window) const
         const qsizetype at = info.output.indexOf(label);
         return at < 0 ? -1 : info.output.mid(at + qsizetype(std::strlen(label))).trimmed().split('\n').first().toInt();
     };
-    if (!info.ok() || field("Width:") < 0)
+    if (!info.ok() || !info.output.contains("IsViewable"))
         return {};
     return QRect(field("Absolute upper-left X:"), field("Absolute upper-left Y:"), field("Width:"), field("Height:"));
 }

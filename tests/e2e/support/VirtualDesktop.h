@@ -62,7 +62,7 @@ public:
     quint64 waitForWindow(const QString &namePattern, int timeoutMs = 10000,
                           const std::function<void()> &whileWaiting = {}) const;
     // A window's true position and size in root-window pixels (xdotool's is
-    // off by the frame); empty when it does not exist.
+    // off by the frame); empty when it is not on screen.
     QRect windowRect(quint64 window) const;
 
 private:

@@ -26,15 +26,6 @@ namespace {
 constexpr int defaultWidth = 720;
 constexpr int documentHeight = 5200;
 
-// std::mt19937 yields the same numbers everywhere; its distributions may not.
-class Dice {
-public:
-    int below(int n) { return int(m_engine() % std::uint32_t(n)); }
-
-private:
-    std::mt19937 m_engine{20240613};
-};
-
 QImage makeDocument(int documentWidth)
 {
     static const char *const words[] = {
@@ -42,7 +33,9 @@ QImage makeDocument(int documentWidth)
         "while", "frames", "arrive", "four", "times", "each", "second", "and", "rows", "that", "move", "up",
         "are", "compared", "with", "what", "came", "before", "quietly", "because", "nobody", "likes", "seams",
         "tall", "narrow", "paragraph", "number", "column", "table", "river", "mountain", "lantern", "harbour"};
-    Dice dice;
+    // std::mt19937 yields the same numbers everywhere; its distributions may not.
+    std::mt19937 engine{20240613};
+    const auto below = [&](int n) { return int(engine() % std::uint32_t(n)); };
     QImage document(documentWidth, documentHeight, QImage::Format_RGB32);
     document.fill(Qt::white);
     QPainter painter(&document);
@@ -57,17 +50,17 @@ QImage makeDocument(int documentWidth)
         ++paragraph;
         if (paragraph % 7 == 0) {
             // A picture: bands and discs of colour.
-            const int height = 140 + dice.below(160);
-            const QRect frame(40 + dice.below(80), y, documentWidth - 160 - dice.below(120), height);
+            const int height = 140 + below(160);
+            const QRect frame(40 + below(80), y, documentWidth - 160 - below(120), height);
             QLinearGradient gradient(frame.topLeft(), frame.bottomRight());
-            gradient.setColorAt(0, QColor::fromHsv(dice.below(360), 160, 230));
-            gradient.setColorAt(1, QColor::fromHsv(dice.below(360), 200, 120));
+            gradient.setColorAt(0, QColor::fromHsv(below(360), 160, 230));
+            gradient.setColorAt(1, QColor::fromHsv(below(360), 200, 120));
             painter.fillRect(frame, gradient);
             for (int disc = 0; disc < 6; ++disc) {
-                painter.setBrush(QColor::fromHsv(dice.below(360), 120 + dice.below(120), 150 + dice.below(100)));
+                painter.setBrush(QColor::fromHsv(below(360), 120 + below(120), 150 + below(100)));
                 painter.setPen(Qt::NoPen);
-                const int radius = 10 + dice.below(40);
-                painter.drawEllipse(QPoint(frame.left() + dice.below(frame.width()), frame.top() + dice.below(height)),
+                const int radius = 10 + below(40);
+                painter.drawEllipse(QPoint(frame.left() + below(frame.width()), frame.top() + below(height)),
                                     radius, radius);
             }
             y += height + 24;
@@ -77,16 +70,16 @@ QImage makeDocument(int documentWidth)
             y += 260;  // a blank stretch, shorter than the view
             continue;
         }
-        painter.setPen(QColor(20 + dice.below(40), 20 + dice.below(40), 30 + dice.below(60)));
-        const int lines = 2 + dice.below(6);
+        painter.setPen(QColor(20 + below(40), 20 + below(40), 30 + below(60)));
+        const int lines = 2 + below(6);
         for (int line = 0; line < lines && y < documentHeight - 40; ++line, y += lineHeight) {
             QString text = QStringLiteral("%1.%2 ").arg(paragraph).arg(line + 1);
-            const int count = 6 + dice.below(8);
+            const int count = 6 + below(8);
             for (int word = 0; word < count; ++word)
-                text += QString::fromLatin1(words[dice.below(int(std::size(words)))]) + QLatin1Char(' ');
-            painter.drawText(QPoint(24 + dice.below(30), y + 16), text.trimmed());
+                text += QString::fromLatin1(words[below(int(std::size(words)))]) + QLatin1Char(' ');
+            painter.drawText(QPoint(24 + below(30), y + 16), text.trimmed());
         }
-        y += 12 + dice.below(16);
+        y += 12 + below(16);
     }
     return document;
 }
