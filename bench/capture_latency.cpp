@@ -473,6 +473,10 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "cannot set the save folder\n");
         return 1;
     }
+    // The server makes XTest's keyboard the source of the core keyboard at its
+    // first event and has every client reload its keymap: some 40 ms, once.
+    // A user's own keyboard has been that source since the first key typed.
+    KeyPresser(desktop.display(), {XK_Shift_L}).press();
     const pid_t pixmora = desktop.start(binary, {});
     const bool started = VirtualDesktop::waitUntil([&] {
         return desktop.run(QStringLiteral("xdotool"), {QStringLiteral("search"), QStringLiteral("--classname"), QStringLiteral("^pixmora$")}).ok();

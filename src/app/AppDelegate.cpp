@@ -103,6 +103,20 @@ void AppDelegate::applicationDidFinishLaunching()
     m_hotKeys.registerHotKey(HotKeyCenter::keyCode2, controlShift, command(&AppDelegate::startWindowCapture));
     m_hotKeys.registerHotKey(HotKeyCenter::keyCode3, controlShift, command(&AppDelegate::startFullScreenCapture));
     m_hotKeys.registerHotKey(HotKeyCenter::keyCode4, controlShift, command(&AppDelegate::startScrollingCapture));
+
+    QTimer::singleShot(captureWarmUpDelayMs, this, &AppDelegate::warmUpCapture);
+}
+
+void AppDelegate::warmUpCapture()
+{
+    if (m_captureFlowActive)
+        return;  // that capture has readied everything
+    try {
+        CaptureEngine::warmUp(m_platform.screens);
+    } catch (const Error &error) {
+        qCWarning(lcApp) << "Could not ready the capture path; the first capture will be slower:"
+                         << error.description();
+    }
 }
 
 // --- Capture flows ---

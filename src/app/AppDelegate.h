@@ -81,6 +81,8 @@ public:
 
     static constexpr int fullScreenMenuDelayMs = 400;
     static constexpr int fullScreenDelayedMs = 5000;
+    // Once the tray has settled: the first capture then finds everything ready.
+    static constexpr int captureWarmUpDelayMs = 500;
 
     // For tests and the command line.
     Settings &settings() { return m_settings; }
@@ -101,6 +103,7 @@ private:
     void runCaptureFlow(std::unique_ptr<CaptureFlow> flow);
     void finishCaptureFlow(const CaptureOutcome &outcome);
     void showCaptureError(const Error &error);
+    void warmUpCapture();
     void showAlert(const QString &message, const QString &informative);
     void closeMarkupEditor(MarkupEditorController *editor);
     qint64 largestDisplayPixels() const;

@@ -112,6 +112,15 @@ QByteArray pngData(const QImage &image, double scale)
     return encodePng(image, scale);
 }
 
+// A capture of the main display, encoded and thrown away: it readies exactly
+// what a real one needs, down to the system's memory for an image that size.
+void warmUp(ScreenCapture &service)
+{
+    const DisplayList displays = service.displays();
+    if (!displays.empty())
+        encodePng(service.captureDisplay(displays.front()), 1.0);
+}
+
 void writePNG(const QByteArray &png, const QString &path)
 {
     const auto failure = [&](const QString &reason) {

@@ -46,6 +46,11 @@ QImage crop(const QImage &displayImage, const QRectF &selection, const QRectF &s
 // PNG bytes with a resolution of 72 * scale dots per inch; empty on failure.
 // Any thread may call it.
 QByteArray pngData(const QImage &image, double scale);
+// Run once at idle after start, so that the first capture is as quick as the
+// ones after it: the service's set-up (shared memory with the display
+// server), the encoder's state and buffers, code paged in. Keeps what any
+// capture keeps, a few MB. Throws Error.
+void warmUp(ScreenCapture &service);
 // Writes PNG bytes atomically: a failure never leaves a partial file under
 // the final name. Throws Error naming the file and the reason, also for
 // empty bytes (a failed encoding).

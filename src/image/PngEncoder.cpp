@@ -4,6 +4,7 @@
 #include <QScopeGuard>
 #include <QtEndian>
 
+#include <libdeflate.h>
 #include <zlib.h>
 
 #include <algorithm>
@@ -156,13 +157,13 @@ public:
 
             m_stream.next_out = reinterpret_cast<Bytef *>(m_output.data());
             m_stream.avail_out = uInt(std::min<qsizetype>(m_output.size(), UINT_MAX));
-            m_checksum = adler32(0, nullptr, 0);
+            m_checksum = 1;  // Adler-32 of nothing
             m_inputLength = 0;
             for (int y = firstRow; y < endRow; ++y) {
                 convertRow(source, y, current);
                 filtered[0] = upFilter;
                 filterUp(current, above, rowBytes, filtered + 1);
-                m_checksum = adler32(m_checksum, filtered, uInt(rowBytes + 1));
+                m_checksum = libdeflate_adler32(m_checksum, filtered, std::size_t(rowBytes + 1));
                 m_inputLength += rowBytes + 1;
                 const int flush = y + 1 < endRow ? Z_NO_FLUSH : lastBand ? Z_FINISH : Z_SYNC_FLUSH;
                 if (!compress(filtered, uInt(rowBytes + 1), flush))
@@ -231,7 +232,7 @@ void appendBigEndian(QByteArray &png, quint32 value)
 quint32 chunkCrc(const QByteArray &png, qsizetype typeStart)
 {
     const auto *typeAndData = reinterpret_cast<const Bytef *>(png.constData() + typeStart);
-    return quint32(crc32(0, typeAndData, uInt(png.size() - typeStart)));
+    return libdeflate_crc32(0, typeAndData, std::size_t(png.size() - typeStart));
 }
 
 void appendChunk(QByteArray &png, const char *type, QByteArrayView data)

@@ -11,7 +11,8 @@ namespace pixmora {
 // memory runs out.
 //
 // Fast rather than small: Up filter, a low zlib level, and the image split in
-// two bands that are deflated on two threads. Between calls the encoder keeps
+// two bands that are deflated on two threads; libdeflate's vectorised
+// checksums (zlib's Adler-32 alone took a sixth of the time). Between calls the encoder keeps
 // its zlib state and output buffers (about 2 MB after a 4K desktop; an output
 // buffer over 2 MiB is freed after use), because touching fresh pages costs
 // more than compressing. Safe to call from any thread; concurrent calls take

@@ -10,7 +10,8 @@
 namespace pixmora {
 
 // Writes the file whole or not at all: a file already at `path` stays as it
-// was until the new one is complete. Nothing on success; otherwise the
+// was until the new one is complete and synced to disk (a file that did not
+// exist is not synced: it shows at once). Nothing on success; otherwise the
 // system's reason, such as "No space left on device". Without permissions a
 // new file gets the user's default (the umask's) and a replaced one keeps its
 // own; with them, the file has exactly those from before its first byte.

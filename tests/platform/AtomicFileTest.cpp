@@ -10,9 +10,9 @@
 
 using namespace pixmora;
 
-// A small file fails only when the buffer is flushed, a large one at once;
-// either way the old file stays whole and no partial file is left beside it.
-TEST(AtomicFile, ReplacesTheFileWholeOrLeavesItAsItWasAndSaysWhy)
+// Small and large, new or replacing: a failed write leaves the old file whole
+// and nothing beside it.
+TEST(AtomicFile, WritesTheFileWholeOrLeavesTheFolderAsItWasAndSaysWhy)
 {
     QTemporaryDir folder;
     const QString target = folder.filePath("a.png");
@@ -25,12 +25,14 @@ TEST(AtomicFile, ReplacesTheFileWholeOrLeavesItAsItWasAndSaysWhy)
     EXPECT_EQ(contents(), "old");
     EXPECT_EQ(writeFileAtomically(folder.filePath("missing/a.png"), "x"), "No such file or directory");
     for (const int size : {6000, 100000}) {
-        std::optional<QString> reason;
+        std::optional<QString> reasons[2];
         {
             const test::FileSizeLimit fullDisk(4096);
-            reason = writeFileAtomically(target, QByteArray(size, 'x'));
+            reasons[0] = writeFileAtomically(target, QByteArray(size, 'x'));
+            reasons[1] = writeFileAtomically(folder.filePath("new.png"), QByteArray(size, 'x'));
         }
-        EXPECT_EQ(reason, "File too large") << size;
+        EXPECT_EQ(reasons[0], "File too large") << size;
+        EXPECT_EQ(reasons[1], "File too large") << size;
         EXPECT_EQ(contents(), "old");
         EXPECT_EQ(QDir(folder.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"a.png"});
     }
