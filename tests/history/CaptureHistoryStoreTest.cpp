@@ -34,30 +34,23 @@ protected:
     int filesOnDisk() const { return QDir(folder).entryList(QDir::Files | QDir::Hidden | QDir::System).size(); }
 };
 
-// 05:44:59.998 at UTC+5:45 is the last milliseconds of 2026 in UTC.
-TEST_F(CaptureHistoryStoreTest, EachPngGoesUnderAFreeUtcNameInCaptureOrderOrFailsQuietly)
+// 05:44:59.998 at UTC+5:45 is the last milliseconds of 2026 in UTC. A capture
+// that does not fit is not kept, not even in part: a short file would be listed.
+TEST_F(CaptureHistoryStoreTest, EachPngGoesUnderAFreeUtcNameInCaptureOrderOrIsNotKeptAtAll)
 {
     const QDateTime date(QDate(2027, 1, 1), QTime(5, 44, 59, 998), Qt::OffsetFromUTC, (5 * 60 + 45) * 60);
     for (const char *png : {"first", "second", "third capture"})
         ASSERT_TRUE(store.add(png, date));
+    {
+        const test::FileSizeLimit fullDisk(4096);
+        EXPECT_EQ(store.add(QByteArray(100000, 'x'), noon), std::nullopt);
+    }
     EXPECT_EQ(store.entries(), (std::vector<Entry>{{folder + "/2027-01-01 00-00-00-000.png", date.addMSecs(2), 13},
                                                    {folder + "/2026-12-31 23-59-59-999.png", date.addMSecs(1), 6},
                                                    {folder + "/2026-12-31 23-59-59-998.png", date, 5}}));
+    EXPECT_EQ(filesOnDisk(), 3);
     ASSERT_TRUE(QFile(root.filePath("file")).open(QIODevice::WriteOnly));
     EXPECT_EQ(CaptureHistoryStore(root.filePath("file/History")).add("png", date), std::nullopt) << "blocked";
-}
-
-// A capture that does not fit is not kept, not even in part: a short file
-// would be listed as a capture.
-TEST_F(CaptureHistoryStoreTest, OnAFullDiskNothingIsKept)
-{
-    ASSERT_TRUE(store.add("earlier", noon));
-    for (const int size : {6000, 100000}) {
-        const test::FileSizeLimit fullDisk(4096);
-        EXPECT_EQ(store.add(QByteArray(size, 'x'), noon.addSecs(size)), std::nullopt) << size;
-    }
-    EXPECT_EQ(store.entries().size(), 1u);
-    EXPECT_EQ(filesOnDisk(), 1);
 }
 
 // Other files in the folder are neither listed, nor counted, nor deleted.

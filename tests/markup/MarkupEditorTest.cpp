@@ -75,10 +75,9 @@ TEST(MarkupEditor, TheWindowShowsTheCaptureAtItsPointSizeOrSmallerToFitTheScreen
     const QPoint offCentre = editor.editor->geometry().center()
                              - editor.fake.screens.displayList.front().availableFrame.center();
     EXPECT_LE(offCentre.manhattanLength(), 4) << "centred, give or take the frame's margins";
-    EXPECT_EQ(editor.editor->focusWidget(), &editor.canvas());
 }
 
-TEST(MarkupEditor, ToolbarChoosesToolColourAndSizeAndEnablesUndoAndRedoOnlyWhenTheyCanAct)
+TEST(MarkupEditor, ToolbarChoosesToolAndSizeAndEnablesUndoAndRedoOnlyWhenTheyCanAct)
 {
     Editor editor;
     const char *tools[] = {"Select / Move", "Arrow", "Rectangle", "Oval", "Line", "Freehand", "Highlighter", "Text"};
@@ -94,9 +93,6 @@ TEST(MarkupEditor, ToolbarChoosesToolColourAndSizeAndEnablesUndoAndRedoOnlyWhenT
         EXPECT_EQ(std::pair(editor.canvas().lineWidthPoints(), editor.canvas().fontImagePx()),
                   std::pair(size.width, size.font));
     }
-    EXPECT_EQ(editor.canvas().color(), kRed);
-    editor.click(QColor(0, 122, 255).name());
-    EXPECT_EQ(editor.canvas().color(), QColor(0, 122, 255));
 
     QAbstractButton *undo = editor.button("Undo (Ctrl+Z)");
     QAbstractButton *redo = editor.button("Redo (Ctrl+Shift+Z)");
@@ -155,7 +151,7 @@ TEST(MarkupEditor, CopySaveAndShareHandOverTheFlattenedCaptureAtItsScale)
     QFile::remove(path);
 }
 
-TEST(MarkupEditor, DiscardAsksFirstAndDoneClosesWithoutAsking)
+TEST(MarkupEditor, DiscardAsksFirst)
 {
     Editor editor;
     editor.fake.dialogs.alertAnswers = {1};
@@ -165,19 +161,9 @@ TEST(MarkupEditor, DiscardAsksFirstAndDoneClosesWithoutAsking)
     EXPECT_EQ(alert.message, "Discard this screenshot?");
     EXPECT_EQ(alert.informative, "The screenshot and its saved file will be removed. This cannot be undone.");
     EXPECT_EQ(alert.buttons, (QStringList{"Discard", "Cancel"}));
-    EXPECT_EQ(editor.discards, 0);
-    EXPECT_TRUE(editor.editor->isVisible());
+    EXPECT_EQ(std::tuple(editor.discards, editor.closes, editor.editor->isVisible()), std::tuple(0, 0, true));
     editor.click("Discard this screenshot");
     EXPECT_EQ(std::tuple(editor.discards, editor.closes, editor.editor->isVisible()), std::tuple(1, 1, false));
-
-    Editor done;
-    done.drawBox({300, 100}, {400, 200});
-    done.click("Done");
-    EXPECT_FALSE(done.editor->isVisible());
-    EXPECT_TRUE(done.saved.isEmpty());
-    EXPECT_TRUE(done.fake.dialogs.alerts.isEmpty());
-    done.editor->close();
-    EXPECT_EQ(done.closes, 1) << "closing is reported once";
 }
 
 } // namespace
