@@ -66,15 +66,15 @@ private:
     qint64 coarseShift(const Signature &next, qint64 maxShift) const;
     Alignment fineShift(const Signature &next, qint64 coarse, qint64 maxShift) const;
     AppendResult accept(const QImage &frame, Digest next, qint64 shift);
+    qint64 rowsOfNextSlab() const;
+    void prepareNextSlab(QImage::Format format);
+    bool takeNextSlab(QImage::Format format);
 
     const qint64 m_frameWidth;
     const qint64 m_frameHeight;
     const qint64 m_maxTotalHeight;
     const qint64 m_columns;
     const std::vector<std::uint32_t> m_rowKey; // one random word per pixel of a row, for the row hash
-    qint64 rowsOfNextSlab() const;
-    void prepareNextSlab(QImage::Format format);
-    bool takeNextSlab(QImage::Format format);
 
     // Rows of the page in order: the first frame, then strips copied into
     // shared slabs, so no frame outlives its append().
