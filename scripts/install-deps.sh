@@ -2,7 +2,7 @@
 # Installs, from Debian's packages, whatever is missing to build, run and test Pixmora.
 set -euo pipefail
 
-build_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libqt6svg6 zlib1g-dev libdeflate-dev
+build_packages=(cmake ninja-build g++ pkg-config qt6-base-dev qt6-svg-dev libqt6svg6 zlib1g-dev libdeflate-dev libspng-dev
     libxcb1-dev libxcb-shm0-dev libxcb-randr0-dev libxcb-keysyms1-dev libxcb-composite0-dev
     libxcb-xfixes0-dev libxcb-ewmh-dev libxcb-icccm4-dev libxcb-xtest0-dev libxcb-xkb-dev libglib2.0-dev
     libgtest-dev libgmock-dev libbenchmark-dev)

@@ -1,6 +1,7 @@
 #include "history/HistoryThumbnailLoader.h"
 
 #include "history/CaptureHistoryStore.h"
+#include "image/PngThumbnail.h"
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
 
@@ -31,12 +32,20 @@ QImage HistoryThumbnailLoader::decode(const QString &path, QSize box)
     QFile file(path);
     if (bound.isEmpty() || !file.open(QIODevice::ReadOnly))
         return {};
-    QImageReader reader(&file);
+    QByteArray bytes = file.readAll();
+    QBuffer buffer(&bytes);
+    QImageReader reader(&buffer);
     reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
     reader.setAutoTransform(true);
     const QSize size = reader.size();
-    if (size.isValid() && (size.width() > bound.width() || size.height() > bound.height()))
-        reader.setScaledSize(size.scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1)));
+    if (size.isValid() && (size.width() > bound.width() || size.height() > bound.height())) {
+        const QSize fitted = size.scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
+        if (reader.format() == "png") {
+            if (QImage thumbnail = decodePngThumbnail(bytes, fitted); !thumbnail.isNull())
+                return thumbnail;
+        }
+        reader.setScaledSize(fitted);
+    }
     QImage image = reader.read();
     if (image.isNull())
         return {};
