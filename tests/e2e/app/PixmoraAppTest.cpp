@@ -131,8 +131,7 @@ protected:
     QTemporaryDir home;
     VirtualDesktop desktop{[] {  // after the home folder: it goes first
         VirtualDesktop::Options options;
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
-        options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
+        options.leftAndRight = options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
         return options;
     }()};
     const QString runtime = home.filePath(QStringLiteral("run"));

@@ -58,7 +58,7 @@ int main(int argc, char **argv)
     std::optional<VirtualDesktop> desktop;
     try {
         VirtualDesktop::Options options;
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
+        options.leftAndRight = true;
         options.windowManager = true;
         options.sessionBus = true;  // or Qt's accessibility bridge autolaunches one that outlives us
         desktop.emplace(options);
