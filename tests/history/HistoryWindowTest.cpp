@@ -112,11 +112,7 @@ TEST(HistoryThumbnailCacheTest, ReadiedInTheBackgroundAndNeverShownForAnotherVer
 
 class HistoryWindowTest : public ::testing::Test {
 protected:
-    struct Opened {
-        QImage image;
-        double scale;
-        QString path;
-    };
+    struct Opened { QImage image; double scale; QString path; };
 
     QTemporaryDir root;
     CaptureHistoryStore store{root.filePath("History")};
@@ -200,10 +196,6 @@ TEST_F(HistoryWindowTest, ShowsTheHistoryNewestFirstAndOpensCopiesSavesAndDelete
     EXPECT_EQ(opened[0].image.size(), QSize(960, 540));
 
     std::unique_ptr<QMenu> menu = controller.contextMenu(controller.entries()[1]);
-    QStringList titles;
-    for (QAction *item : menu->actions())
-        titles << item->text();
-    EXPECT_EQ(titles, (QStringList{"Open in Markup Editor", "Copy", "Save a Copy…", "", "Delete"}));
     menu->actions()[1]->trigger();
     QFile olderFile(older);
     ASSERT_TRUE(olderFile.open(QIODevice::ReadOnly));

@@ -88,9 +88,6 @@ TEST(MarkupCanvas, EachToolDragsOutItsAnnotationInImagePixelsAtTheWidthSeenOnScr
 TEST(MarkupCanvas, SelectMovesAndTheKeysDeleteUndoAndRedoInWholeSteps)
 {
     Canvas canvas;
-    QTest::keyClick(&canvas.view, Qt::Key_Z, Qt::ControlModifier);  // nothing to undo, redo or delete yet
-    QTest::keyClick(&canvas.view, Qt::Key_Z, Qt::ControlModifier | Qt::ShiftModifier);
-    QTest::keyClick(&canvas.view, Qt::Key_Delete);
     canvas.draw(MarkupTool::rectangle, {60, 10}, {100, 50});   // image (20, 20)-(100, 100)
     canvas.draw(MarkupTool::rectangle, {150, 10}, {190, 50});  // image (200, 20)-(280, 100)
     canvas.draw(MarkupTool::select, {80, 30}, {90, 40});
