@@ -31,7 +31,4 @@ TEST(Shadow, WholeMarginsAroundTheUnchangedWindowAndASoftBlackShadowBelowIt)
         EXPECT_EQ(onEdge & 0xffffff, 0u);
     }
     EXPECT_FALSE(compositeShadow(QImage(), 2.0));
-    QImage clear(200, 100, QImage::Format_ARGB32_Premultiplied);
-    clear.fill(Qt::transparent);  // casts no shadow; copy() pads with transparent pixels
-    EXPECT_EQ(compositeShadow(clear, 1.0).value(), clear.copy(-40, -40, 280, 180));
 }
