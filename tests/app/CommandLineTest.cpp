@@ -4,18 +4,15 @@
 
 using namespace pixmora;
 
-TEST(CommandLineTest, BadArgumentsAreInvalidWithAReasonAndGoodOnesKeepTheirArgument)
+TEST(CommandLineTest, BadArgumentsAreInvalidWithAReasonAndAPathKeepsItsSpaces)
 {
-    for (const QStringList &arguments : QList<QStringList>{{"snap"}, {"capture"}, {"capture", "everything"},
-                                                           {"capture", "screen", "now"}, {"save-to", "a", "b"},
-                                                           {"save-to", ""}, {"--help", "capture"}, {"--verbose"}}) {
+    for (const QStringList &arguments : QList<QStringList>{{"snap"}, {"capture", "everything"}, {"capture", "screen", "now"},
+                                                           {"save-to", ""}, {"--help", "capture"}}) {
         const CommandLine command = parseCommandLine(arguments);
         EXPECT_EQ(command.kind, CommandLine::Kind::invalid) << arguments.join(' ').toStdString();
         EXPECT_FALSE(command.argument.isEmpty()) << arguments.join(' ').toStdString();
     }
     EXPECT_EQ(parseCommandLine({"save-to", "/tmp/shots dir"}).argument, "/tmp/shots dir");
-    EXPECT_EQ(parseCommandLine({"save-to"}).kind, CommandLine::Kind::showSaveFolder);
-    EXPECT_EQ(parseCommandLine({"capture", "scrolling"}).argument, "scrolling");
 }
 
 // What reaches a terminal can neither steer it nor split a path over lines,

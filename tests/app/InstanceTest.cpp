@@ -4,9 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -27,9 +25,9 @@ protected:
     InstanceLocation location() { return InstanceLocation::find(serverSide, runtime, root.path(), ":7"); }
 
     // The client blocks, as the command does; the server answers from this thread's event loop.
-    InstanceClient::Outcome send(const QStringList &arguments, InstanceClient::StartTray start = {})
+    InstanceClient::Outcome send(const QStringList &arguments)
     {
-        InstanceClient client(clientSide, location(), start ? start : [] { return std::optional<qint64>(); });
+        InstanceClient client(clientSide, location(), [] { return std::optional<qint64>(); });
         auto outcome = std::async(std::launch::async, [&] { return client.send(arguments); });
         while (outcome.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready)
             QCoreApplication::processEvents();
@@ -96,36 +94,6 @@ TEST_F(InstanceTest, ACommandRunsOnceAndItsAnswerSaysWhetherItRan)
     clientSide.owners[location().socketPath] = 1001;
     EXPECT_EQ(send({"capture", "screen"}).reason, cannotStart + " belongs to another user (uid 1001)");
     EXPECT_EQ(received.size(), 2);
-}
-
-// A plain file where the socket goes stops the tray and every command, with the reason.
-TEST_F(InstanceTest, AFileInTheSocketsPlaceIsReportedNotReplaced)
-{
-    ASSERT_TRUE(QFile(location().socketPath).open(QIODevice::WriteOnly));
-    const InstanceServer::Start start = InstanceServer(serverSide, location()).listen();
-    EXPECT_EQ(start.kind, InstanceServer::Start::Kind::failed);
-    EXPECT_EQ(start.failure, location().socketPath + " is in the way: it is not Pixmora's socket");
-    EXPECT_EQ(send({"capture", "screen"}).reason, "Pixmora is not running and cannot start: " + start.failure);
-    EXPECT_TRUE(QFileInfo(location().socketPath).isFile());
-}
-
-// With no tray, a command starts one; when that one stops at once, its log says why.
-TEST_F(InstanceTest, ATrayThatCannotStartSaysWhyThroughItsLog)
-{
-    int starts = 0;
-    const auto start = [&]() -> std::optional<qint64> {
-        QFile log(location().logPath);
-        EXPECT_TRUE(log.open(QIODevice::Append));
-        log.write((InstanceClient::startFailureLine("no X display (DISPLAY is not set)") + "\n").toUtf8());
-        ++starts;
-        return 4242;  // not running
-    };
-    QFile old(location().logPath);
-    ASSERT_TRUE(old.open(QIODevice::WriteOnly) && old.write("pixmora: Pixmora cannot start: an older reason\n") > 0);
-    old.close();
-    EXPECT_EQ(send({"capture", "screen"}, start).reason,
-              "Pixmora is not running and cannot start: no X display (DISPLAY is not set)");
-    EXPECT_EQ(starts, 1);
 }
 
 } // namespace
