@@ -19,8 +19,7 @@ QStringList files(const QString &folder)
     return QDir(folder).entryList({"*.png"}, QDir::Files, QDir::Name);
 }
 
-// Files in a folder that went to the Trash, or a capture opened from the history, are not deleted
-// (DeliveryTest discards what a delivery wrote).
+// Files in a folder that went to the Trash, or a capture opened from the history, are not deleted.
 TEST(MarkupEditingTest, DiscardDeletesOnlyWhileTheFolderCanBeHadAndAlwaysClearsAnImageOnTheClipboard)
 {
     const struct { const char *what; bool folder; bool fromHistory; bool imageOnClipboard; } cases[] = {
