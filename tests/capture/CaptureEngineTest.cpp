@@ -13,7 +13,6 @@ TEST(BackingScale, ByDisplayIdOrWindowCentreElseTheMainDisplay)
     EXPECT_EQ(CaptureEngine::backingScale(9, displays), 2.0);
     EXPECT_EQ(CaptureEngine::backingScale(1234, displays), 1.0);
     EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({1820, 100, 200, 100}, displays), 2.0);  // centre on the seam
-    EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({2000, 700, 200, 100}, displays), 1.0);  // in the gap
 }
 
 TEST(Crop, FloorsEachValueSubtractsTheScreensOriginAndClipsToTheImage)
