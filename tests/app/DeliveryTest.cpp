@@ -17,15 +17,6 @@ using namespace pixmora::test;
 
 namespace {
 
-// Clicks the thumbnail and answers the editor it opened.
-MarkupEditorController *clickThumbnail(AppHarness &h)
-{
-    for (QWidget *widget : QApplication::topLevelWidgets())
-        if (auto *thumb = widget->isVisible() ? widget->findChild<PreviewThumbView *>() : nullptr)
-            QTest::mouseClick(thumb, Qt::LeftButton);
-    return h.app->markupEditors().size() == 1 ? h.app->markupEditors().front().get() : nullptr;
-}
-
 // A full-screen capture delivers one image per display, in display order.
 TEST(DeliveryTest, EachModeSendsTheCapturesWhereTheyBelong)
 {
@@ -101,8 +92,11 @@ TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDi
             std::fill_n(reinterpret_cast<QRgb *>(capture.scanLine(y)), capture.width(), qRgb(y & 255, y >> 8, 90));
         h.app->deliver({{capture, 2.0}});
         EXPECT_EQ(!capture.isDetached(), kept);
-        MarkupEditorController *editor = clickThumbnail(h);
-        ASSERT_NE(editor, nullptr);
+        for (QWidget *widget : QApplication::topLevelWidgets())
+            if (auto *thumb = widget->isVisible() ? widget->findChild<PreviewThumbView *>() : nullptr)
+                QTest::mouseClick(thumb, Qt::LeftButton);
+        ASSERT_EQ(h.app->markupEditors().size(), 1u);
+        const MarkupEditorController *editor = h.app->markupEditors().front().get();
         EXPECT_EQ(editor->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32), capture);
         EXPECT_EQ(editor->imageScale(), 2.0);
     }

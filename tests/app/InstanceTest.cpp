@@ -14,8 +14,6 @@ using namespace pixmora;
 
 namespace {
 
-constexpr int privateMode = 0700;
-
 // A server and a client as two users' processes would see them: each with
 // its own view of who is at the other end.
 class InstanceTest : public ::testing::Test {
@@ -49,7 +47,7 @@ TEST_F(InstanceTest, TheSocketLivesInTheUsersRuntimeFolderElseInAPrivateFolderOf
         const InstanceLocation location = InstanceLocation::find(serverSide, unusable, root.path(), ":7");
         EXPECT_EQ(location.failure, std::nullopt);
         EXPECT_EQ(location.socketPath, fallback + "/pixmora-:7.socket");
-        EXPECT_EQ(serverSide.status(fallback).mode, privateMode);
+        EXPECT_EQ(serverSide.status(fallback).mode, 0700);
     }
     // Another user made our fallback folder first, or it is open to others.
     const auto failure = [&] { return InstanceLocation::find(serverSide, {}, root.path(), ":7").failure; };

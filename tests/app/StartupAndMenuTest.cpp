@@ -92,7 +92,6 @@ TEST(StatusMenuTest, RecentCapturesOpensOneWindowAndReloadsItEachTime)
     h.app->showHistory();
     HistoryWindowController *window = h.app->historyWindow();
     ASSERT_TRUE(window && window->window()->isVisible());
-    EXPECT_TRUE(window->entries().empty());
     window->window()->close();
     h.app->deliver({{AppHarness::image({40, 30}, qRgb(200, 0, 0)), 2.0}});
     h.app->showHistory();
