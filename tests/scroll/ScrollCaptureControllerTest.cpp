@@ -23,7 +23,6 @@ protected:
 
     ScrollCaptureTest()
     {
-        QLocale::setDefault(QLocale(QLocale::English, QLocale::UnitedStates));
         fake.screens.displayList = {display};
         useDocument(800, 4000);
     }
@@ -31,7 +30,6 @@ protected:
     {
         controller.reset();
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-        QLocale::setDefault(QLocale::system());
     }
     void useDocument(int width, int height)
     {
@@ -124,7 +122,6 @@ TEST_F(ScrollCaptureTest, TheLimitDeliversWithoutAClick)
     ASSERT_EQ(results.size(), 1u);
     ASSERT_TRUE(results[0]);
     EXPECT_TRUE(synthetic::samePixels(*results[0], documentRows(viewportTop, 24000)));
-    EXPECT_EQ(hud().status(), "12,000 px — scroll on, then click Done");
     EXPECT_FALSE(hud().isVisible());
 }
 
