@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QDir>
+#include <QFile>
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
@@ -40,7 +41,6 @@ protected:
 TEST_F(InstanceTest, TheSocketLivesInTheUsersRuntimeFolderElseInAPrivateFolderOfOurs)
 {
     EXPECT_EQ(location().socketPath, runtime + "/pixmora-:7.socket");
-    EXPECT_EQ(location().lockPath, runtime + "/pixmora-:7.lock");
     const QString fallback = root.filePath("pixmora-1000");
     for (const QString &unusable : {QString(), QString("relative"), runtime}) {
         serverSide.owners[runtime] = unusable == runtime ? 1001 : 1000;
@@ -85,6 +85,17 @@ TEST_F(InstanceTest, ACommandRunsOnceAndItsAnswerSaysWhetherItRan)
     clientSide.owners[location().socketPath] = 1001;
     EXPECT_EQ(send({"capture", "screen"}).reason, cannotStart + " belongs to another user (uid 1001)");
     EXPECT_EQ(received.size(), 2);
+}
+
+// A plain file where the socket goes stops the tray and every command, with the reason.
+TEST_F(InstanceTest, AFileInTheSocketsPlaceIsReportedNotReplaced)
+{
+    ASSERT_TRUE(QFile(location().socketPath).open(QIODevice::WriteOnly));
+    const InstanceServer::Start start = InstanceServer(serverSide, location()).listen();
+    EXPECT_EQ(start.kind, InstanceServer::Start::Kind::failed);
+    EXPECT_EQ(start.failure, location().socketPath + " is in the way: it is not Pixmora's socket");
+    EXPECT_EQ(send({"capture", "screen"}).reason, "Pixmora is not running and cannot start: " + start.failure);
+    EXPECT_TRUE(QFileInfo(location().socketPath).isFile());
 }
 
 } // namespace

@@ -21,6 +21,7 @@ TEST(SaveLocationStoreTest, TheFolderIsFollowedWhenMovedAndNotUsedWhenTrashedDel
     const QString folder = root.filePath("Shots"), file = root.filePath("file"), renamed = root.filePath("Screenshots");
     ASSERT_TRUE(QDir().mkpath(folder) && QFile(file).open(QIODevice::WriteOnly));
     EXPECT_FALSE(store.setFolder(file));
+    EXPECT_FALSE(store.setFolder(root.filePath("missing")));
     EXPECT_EQ(store.currentFolder(), std::nullopt);
     ASSERT_TRUE(store.setFolder(root.filePath("Shots/../Shots/")));
     EXPECT_EQ(store.currentFolder(), folder);
