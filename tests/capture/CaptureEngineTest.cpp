@@ -11,7 +11,6 @@ TEST(BackingScale, ByDisplayIdOrWindowCentreElseTheMainDisplay)
     // The main display at scale 1 and a smaller one at scale 2 to its right.
     const DisplayList displays = {{7, {0, 0, 1920, 1080}, {}, 1.0, {}}, {9, {1920, 0, 960, 540}, {}, 2.0, {}}};
     EXPECT_EQ(CaptureEngine::backingScale(9, displays), 2.0);
-    EXPECT_EQ(CaptureEngine::backingScale(1234, displays), 1.0);
     EXPECT_EQ(CaptureEngine::backingScaleForWindowFrame({1820, 100, 200, 100}, displays), 2.0);  // centre on the seam
 }
 

@@ -54,11 +54,9 @@ TEST_F(CaptureFlowTest, AFailedSnapshotEndsTheFlowWithItsErrorAndNothingElse)
             throw Error("The display went away.");
     };
     start<FullScreenCaptureFlow>(fake.screens);
-    const auto area = start<AreaCaptureFlow>(fake.screens, fake.desktop);
-    const auto window = start<WindowCaptureFlow>(fake.screens, fake.desktop, true);
+    start<AreaCaptureFlow>(fake.screens, fake.desktop);
+    start<WindowCaptureFlow>(fake.screens, fake.desktop, true);
     EXPECT_TRUE(fake.desktop.overlays.isEmpty());
-    EXPECT_EQ(area->regionController(), nullptr);
-    EXPECT_EQ(window->windowPicker(), nullptr);
     ASSERT_EQ(outcomes.size(), 3u);
     for (const CaptureOutcome &outcome : outcomes) {
         EXPECT_TRUE(outcome.images.isEmpty());
