@@ -70,7 +70,6 @@ TEST(ScrollStitcher, OneCaptureMeetsEveryKindOfResultAndRunsOutOfMemoryOnce)
     };
     const QImage document = grayNoise(0);
     EXPECT_EQ(ScrollStitcher::create(frameAt(document, 0, 119), 24000), nullptr);
-    EXPECT_EQ(ScrollStitcher::create(document.copy(0, 0, 7, 200), 24000), nullptr);
     requestedSizes.clear();
     setImageAllocator(paddedGarbageImage);
     struct DefaultAllocatorAfterwards {
@@ -90,7 +89,6 @@ TEST(ScrollStitcher, OneCaptureMeetsEveryKindOfResultAndRunsOutOfMemoryOnce)
     EXPECT_EQ(stitcher->append(moved).kind, Kind::noMatch);
     QPainter(&moved).drawImage(0, 56, document.copy(0, 96, 100, 1));
     EXPECT_EQ(stitcher->append(moved).kind, Kind::noMatch);
-    EXPECT_EQ(stitcher->totalHeight(), 200);
     outOfMemory = false;
     EXPECT_EQ(stitcher->append(moved).rows, 40);
     EXPECT_TRUE(moved.isDetached()); // the strip is a copy: the frame is not kept alive
