@@ -7,7 +7,7 @@
 #include "preview/PreviewThumbView.h"
 
 #include <QApplication>
-#include <QRegularExpression>
+#include <QImageReader>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -16,15 +16,6 @@ using namespace pixmora;
 using namespace pixmora::test;
 
 namespace {
-
-// Clicks the thumbnail and answers the editor it opened.
-MarkupEditorController *clickThumbnail(AppHarness &h)
-{
-    for (QWidget *widget : QApplication::topLevelWidgets())
-        if (auto *thumb = widget->isVisible() ? widget->findChild<PreviewThumbView *>() : nullptr)
-            QTest::mouseClick(thumb, Qt::LeftButton);
-    return h.app->markupEditors().size() == 1 ? h.app->markupEditors().front().get() : nullptr;
-}
 
 // A full-screen capture delivers one image per display, in display order.
 TEST(DeliveryTest, EachModeSendsTheCapturesWhereTheyBelong)
@@ -59,27 +50,8 @@ TEST(DeliveryTest, EachModeSendsTheCapturesWhereTheyBelong)
             EXPECT_EQ(saved.convertToFormat(QImage::Format_RGB32), screens[i]);
             EXPECT_EQ(AppHarness::dpi(saved), i == 0 ? 144 : 72);
         }
-        if (c.saved) {
-            const QString name = QFileInfo(opened[0]).fileName();
-            EXPECT_TRUE(QRegularExpression(R"(^Screenshot \d{4}-\d\d-\d\d at \d\d\.\d\d\.\d\d\.\d{3}\.png$)").match(name).hasMatch())
-                << name.toStdString();
-            EXPECT_EQ(QFileInfo(opened[1]).fileName(), name.chopped(4) + " (2).png");
-        }
         EXPECT_EQ(h.app->history()->entries().size(), 2u) << "captures of one millisecond must not overwrite each other";
         EXPECT_TRUE(h.fake.dialogs.alerts.isEmpty());
-        // The thumbnail opens the primary image in an editor, whose discard removes this delivery's
-        // files, not those of one delivered meanwhile, and the image on the clipboard; the history keeps its copies.
-        MarkupEditorController *editor = clickThumbnail(h);
-        ASSERT_NE(editor, nullptr);
-        EXPECT_EQ(editor->canvas()->document().baseImage(), screens[0]);
-        h.app->deliver({{AppHarness::image({40, 30}, qRgb(255, 0, 0)), 1.0}});
-        QStringList kept;
-        for (const QString &path : opened.mid(c.saved))
-            kept << QFileInfo(path).fileName();
-        editor->discardAction();
-        EXPECT_EQ(QDir(folder).entryList(QDir::Files), kept);
-        EXPECT_TRUE(h.fake.clipboard.items.isEmpty());
-        EXPECT_EQ(h.app->history()->entries().size(), 3u);
     }
 }
 
@@ -111,6 +83,7 @@ TEST(DeliveryTest, AFailedWriteAlertsWithTheCountAndTheRestIsStillDelivered)
 // also beyond the 128 MB a PNG reader takes unless told.
 TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDisplays)
 {
+    QImageReader::setAllocationLimit(128);  // the process-wide default, which an earlier decode may have raised
     for (const auto &[height, kept] : {std::pair{2400, true}, std::pair{21000, false}}) {
         SCOPED_TRACE(height);
         AppHarness h;
@@ -119,8 +92,11 @@ TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDi
             std::fill_n(reinterpret_cast<QRgb *>(capture.scanLine(y)), capture.width(), qRgb(y & 255, y >> 8, 90));
         h.app->deliver({{capture, 2.0}});
         EXPECT_EQ(!capture.isDetached(), kept);
-        MarkupEditorController *editor = clickThumbnail(h);
-        ASSERT_NE(editor, nullptr);
+        for (QWidget *widget : QApplication::topLevelWidgets())
+            if (auto *thumb = widget->isVisible() ? widget->findChild<PreviewThumbView *>() : nullptr)
+                QTest::mouseClick(thumb, Qt::LeftButton);
+        ASSERT_EQ(h.app->markupEditors().size(), 1u);
+        const MarkupEditorController *editor = h.app->markupEditors().front().get();
         EXPECT_EQ(editor->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32), capture);
         EXPECT_EQ(editor->imageScale(), 2.0);
     }

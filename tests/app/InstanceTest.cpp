@@ -6,7 +6,6 @@
 #include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
-#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -15,8 +14,6 @@
 using namespace pixmora;
 
 namespace {
-
-constexpr int privateMode = 0700;
 
 // A server and a client as two users' processes would see them: each with
 // its own view of who is at the other end.
@@ -27,9 +24,9 @@ protected:
     InstanceLocation location() { return InstanceLocation::find(serverSide, runtime, root.path(), ":7"); }
 
     // The client blocks, as the command does; the server answers from this thread's event loop.
-    InstanceClient::Outcome send(const QStringList &arguments, InstanceClient::StartTray start = {})
+    InstanceClient::Outcome send(const QStringList &arguments)
     {
-        InstanceClient client(clientSide, location(), start ? start : [] { return std::optional<qint64>(); });
+        InstanceClient client(clientSide, location(), [] { return std::optional<qint64>(); });
         auto outcome = std::async(std::launch::async, [&] { return client.send(arguments); });
         while (outcome.wait_for(std::chrono::milliseconds(5)) != std::future_status::ready)
             QCoreApplication::processEvents();
@@ -44,16 +41,13 @@ protected:
 TEST_F(InstanceTest, TheSocketLivesInTheUsersRuntimeFolderElseInAPrivateFolderOfOurs)
 {
     EXPECT_EQ(location().socketPath, runtime + "/pixmora-:7.socket");
-    EXPECT_EQ(location().lockPath, runtime + "/pixmora-:7.lock");
-    EXPECT_EQ(InstanceLocation::find(serverSide, runtime, root.path(), "host/x:1 ;").socketPath,
-              runtime + "/pixmora-host_x:1__.socket");
     const QString fallback = root.filePath("pixmora-1000");
     for (const QString &unusable : {QString(), QString("relative"), runtime}) {
         serverSide.owners[runtime] = unusable == runtime ? 1001 : 1000;
         const InstanceLocation location = InstanceLocation::find(serverSide, unusable, root.path(), ":7");
         EXPECT_EQ(location.failure, std::nullopt);
         EXPECT_EQ(location.socketPath, fallback + "/pixmora-:7.socket");
-        EXPECT_EQ(serverSide.status(fallback).mode, privateMode);
+        EXPECT_EQ(serverSide.status(fallback).mode, 0700);
     }
     // Another user made our fallback folder first, or it is open to others.
     const auto failure = [&] { return InstanceLocation::find(serverSide, {}, root.path(), ":7").failure; };
@@ -80,11 +74,6 @@ TEST_F(InstanceTest, ACommandRunsOnceAndItsAnswerSaysWhetherItRan)
     EXPECT_EQ(second.reason, "a capture is already in progress");
     EXPECT_EQ(received, (QList<QStringList>{{"capture", "screen"}, {"capture", "area"}}));
 
-    // A second tray of the same session finds the lock taken and leaves.
-    FakeLocalSecurity sameUser = serverSide;
-    sameUser.locks.clear();
-    sameUser.lockedByOthers = serverSide.locks;
-    EXPECT_EQ(InstanceServer(sameUser, location()).listen().kind, InstanceServer::Start::Kind::alreadyRunning);
 
     // Another user at either end is hung up on, and their socket is never talked to.
     serverSide.peerUser = 1001;
@@ -107,25 +96,6 @@ TEST_F(InstanceTest, AFileInTheSocketsPlaceIsReportedNotReplaced)
     EXPECT_EQ(start.failure, location().socketPath + " is in the way: it is not Pixmora's socket");
     EXPECT_EQ(send({"capture", "screen"}).reason, "Pixmora is not running and cannot start: " + start.failure);
     EXPECT_TRUE(QFileInfo(location().socketPath).isFile());
-}
-
-// With no tray, a command starts one; when that one stops at once, its log says why.
-TEST_F(InstanceTest, ATrayThatCannotStartSaysWhyThroughItsLog)
-{
-    int starts = 0;
-    const auto start = [&]() -> std::optional<qint64> {
-        QFile log(location().logPath);
-        EXPECT_TRUE(log.open(QIODevice::Append));
-        log.write((InstanceClient::startFailureLine("no X display (DISPLAY is not set)") + "\n").toUtf8());
-        ++starts;
-        return 4242;  // not running
-    };
-    QFile old(location().logPath);
-    ASSERT_TRUE(old.open(QIODevice::WriteOnly) && old.write("pixmora: Pixmora cannot start: an older reason\n") > 0);
-    old.close();
-    EXPECT_EQ(send({"capture", "screen"}, start).reason,
-              "Pixmora is not running and cannot start: no X display (DISPLAY is not set)");
-    EXPECT_EQ(starts, 1);
 }
 
 } // namespace

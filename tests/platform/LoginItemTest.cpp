@@ -42,34 +42,11 @@ TEST(LoginItem, EntryIsWrittenReadAsTheSessionReadsItAndFailuresNameThePath)
     }
     EXPECT_EQ(item.disable(), std::nullopt);
     EXPECT_FALSE(item.isEnabled());
-    EXPECT_EQ(item.disable(), std::nullopt) << "nothing to delete is not a failure";
     // As root, permissions cannot fail it: a folder stands where the entry should be.
     ASSERT_TRUE(QDir().mkpath(entry + "/inside"));
     const auto failure = item.enable();
     ASSERT_TRUE(failure);
     EXPECT_TRUE(failure->contains(entry) || failure->contains(folder)) << qPrintable(*failure);
-}
-
-// An installed entry is copied only when it starts the running binary: another
-// program of the same name (an older install, say) must not start instead.
-TEST(LoginItem, InstalledEntryThatStartsThisBinaryBecomesTheAutostartEntry)
-{
-    QTemporaryDir root;
-    const QString installed = root.filePath("org.pixmora.Pixmora.desktop"), autostart = root.filePath("autostart/pixmora.desktop");
-    const QByteArray binary = QCoreApplication::applicationFilePath().toUtf8();
-    AutostartLoginItem item{root.filePath("autostart"), installed};
-    for (const QByteArray &exec : {binary, QByteArray("/usr/bin/true")}) {
-        ASSERT_TRUE(write(installed, "[Desktop Entry]\nName=Pixmora\nIcon=org.pixmora.Pixmora\nExec=" + exec
-                                         + "\n\n[Desktop Action CaptureArea]\nExec=" + exec + " capture area\n"));
-        ASSERT_EQ(item.enable(), std::nullopt);
-        EXPECT_TRUE(item.isEnabled());
-        if (exec == binary)
-            EXPECT_TRUE(contents(autostart).startsWith(
-                "[Desktop Entry]\nX-GNOME-Autostart-enabled=true\nName=Pixmora\nIcon=org.pixmora.Pixmora\n"));
-        else
-            EXPECT_TRUE(!contents(autostart).contains("Icon=") && contents(autostart).contains("Exec=\"" + binary + "\""))
-                << contents(autostart).constData();
-    }
 }
 
 } // namespace pixmora
