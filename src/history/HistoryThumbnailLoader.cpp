@@ -32,16 +32,18 @@ QImage HistoryThumbnailLoader::decode(const QString &path, QSize box)
     QFile file(path);
     if (bound.isEmpty() || !file.open(QIODevice::ReadOnly))
         return {};
-    QByteArray bytes = file.readAll();
-    QBuffer buffer(&bytes);
-    QImageReader reader(&buffer);
+    QImageReader reader(&file);
     reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
     reader.setAutoTransform(true);
     const QSize size = reader.size();
     if (size.isValid() && (size.width() > bound.width() || size.height() > bound.height())) {
         const QSize fitted = size.scaled(bound, Qt::KeepAspectRatio).expandedTo(QSize(1, 1));
-        if (reader.format() == "png") {
-            if (QImage thumbnail = decodePngThumbnail(bytes, fitted); !thumbnail.isNull())
+        // Mapped rather than read: the bytes of a tall capture would stay in
+        // this thread's heap long after.
+        if (uchar *png = reader.format() == "png" ? file.map(0, file.size()) : nullptr) {
+            const QImage thumbnail = decodePngThumbnail(QByteArrayView(png, file.size()), fitted);
+            file.unmap(png);
+            if (!thumbnail.isNull())
                 return thumbnail;
         }
         reader.setScaledSize(fitted);
