@@ -208,7 +208,10 @@ void HistoryThumbnailLoader::startWaiting()
         start(m_urgentPool, m_urgent.front());
         m_urgent.pop_front();
     }
-    if (!m_paused && m_runningLater == 0 && !m_later.empty()) {
+    // Background work waits for the tiles in view: with them it would take a
+    // core from the user interface while every core decodes.
+    const bool urgentWork = m_runningUrgent > 0 || !m_urgent.empty();
+    if (!m_paused && !urgentWork && m_runningLater == 0 && !m_later.empty()) {
         start(m_laterPool, m_later.front());
         m_later.pop_front();
     }
