@@ -4,6 +4,7 @@
 
 #include <QCoreApplication>
 #include <QMenu>
+#include <QTest>
 
 #include <gtest/gtest.h>
 
@@ -44,6 +45,20 @@ TEST(StartupTest, RegistersTheShortcutsOffersLaunchAtLoginOnceAndSaysWhyAChangeF
     ASSERT_EQ(h.fake.dialogs.alerts.size(), 2);
     EXPECT_EQ(h.fake.dialogs.alerts[1].message, "Could Not Change Launch at Login");
     EXPECT_EQ(h.fake.dialogs.alerts[1].informative, "Read-only file system");
+}
+
+// The capture that readies the path after start is thrown away: nothing goes
+// to the folder, the clipboard or the history.
+TEST(StartupTest, TheWarmUpCaptureAfterStartDeliversNothing)
+{
+    AppHarness h;
+    const QString shots = h.makeSaveFolder();
+    h.app->applicationDidFinishLaunching();
+    QTest::qWait(AppDelegate::captureWarmUpDelayMs + 100);
+    EXPECT_EQ(h.fake.screens.displayCaptureCount, 1) << "the main display, once";
+    EXPECT_EQ(h.fake.clipboard.writeCount, 0);
+    EXPECT_TRUE(QDir(shots).isEmpty());
+    EXPECT_TRUE(h.app->history()->entries().empty());
 }
 
 // Every item in its place with its shortcut and, when it opens, the state of
