@@ -7,6 +7,9 @@
 #include "capture/FullScreenCaptureFlow.h"
 #include "capture/ScrollingCaptureFlow.h"
 #include "capture/WindowCaptureFlow.h"
+#include "image/ImageMemory.h"
+#include "image/PngResolution.h"
+#include "image/PngThumbnail.h"
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
 
@@ -22,6 +25,7 @@
 #include <QMenu>
 #include <QPointer>
 #include <QSystemTrayIcon>
+#include <QThreadPool>
 #include <QTimer>
 
 // Resources of a static library must be registered by name, outside any namespace.
@@ -215,24 +219,61 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
         return;
     const CaptureDelivery::Delivered delivered = m_delivery.deliver(images);
     const CapturedImage &primary = images.first();
-    // What the thumbnail keeps for a click. Up to twice a display's pixels
-    // (a window with its shadow) the pixels: decoding a 4K PNG would delay
-    // the editor by a few hundred ms. Beyond that, a scrolling capture of
-    // 150 MB, only the PNG bytes, some 30 times smaller and shared with the
-    // clipboard, decoded on click (about a second for 1600 x 24000).
-    const bool keepPixels = delivered.primaryPng.isEmpty()
-                            || qint64(primary.image.width()) * primary.image.height() <= 2 * largestDisplayPixels();
-    const QImage kept = keepPixels ? primary.image : QImage();
-    const QByteArray png = keepPixels ? QByteArray() : delivered.primaryPng;
+    const QByteArray &png = delivered.primaryPng;
+    QImage shown = primary.image;
+    double shownScale = primary.scale;
+    // What a click on the thumbnail edits. Up to twice a display's pixels (a
+    // window with its shadow) the pixels: decoding a 4K PNG would delay the
+    // editor by a few hundred ms. A display encoded as it was read is
+    // decoded at once on another thread, ready long before a click. Beyond
+    // that, a scrolling capture of 150 MB, only the PNG bytes, some 30 times
+    // smaller and shared with the clipboard, decoded on click (about a
+    // second for 1600 x 24000).
+    std::function<QImage()> pixelsToEdit;
+    if (shown.isNull()) {
+        shown = thumbnailPicture(png, primary.scale, &shownScale);
+        pixelsToEdit = [decoding = decodeInBackground(png)] { return decoding.get(); };
+    } else if (png.isEmpty() || qint64(shown.width()) * shown.height() <= 2 * largestDisplayPixels()) {
+        pixelsToEdit = [kept = primary.image] { return kept; };
+    } else {
+        pixelsToEdit = [png] { return decodedCapture(png); };
+    }
     const QPointer<AppDelegate> self(this);
-    m_previewPresenter.show(primary.image, primary.scale,
-                            [self, kept, png, scale = primary.scale, savedPaths = delivered.savedPaths] {
+    m_previewPresenter.show(shown, shownScale,
+                            [self, pixelsToEdit, scale = primary.scale, savedPaths = delivered.savedPaths] {
                                 if (!self)
                                     return;
-                                const QImage image = kept.isNull() ? decodedCapture(png) : kept;
+                                const QImage image = pixelsToEdit();
                                 if (!image.isNull())
                                     self->openMarkupEditor(image, scale, savedPaths);
                             });
+}
+
+// The thumbnail's picture of a capture that exists only as PNG: reduced while
+// it decodes to what the largest thumbnail shows on the densest display, with
+// the scale that keeps its size in points.
+QImage AppDelegate::thumbnailPicture(const QByteArray &png, double scale, double *pictureScale) const
+{
+    *pictureScale = scale;
+    const std::optional<QSize> pixels = pngPixelSize(png);
+    if (!pixels)
+        return {};
+    double densest = 1.0;
+    for (const DisplayInfo &display : m_platform.screens.displays())
+        densest = std::max(densest, display.scale);
+    const QSize reduced = (PreviewPresenter::thumbnailSize(QSizeF(*pixels) / scale) * densest).toSize();
+    if (reduced.width() >= pixels->width() || reduced.height() >= pixels->height() || reduced.isEmpty())
+        return decodedCapture(png);
+    *pictureScale = scale * reduced.width() / pixels->width();
+    return decodePngThumbnail(png, reduced);
+}
+
+std::shared_future<QImage> AppDelegate::decodeInBackground(const QByteArray &png)
+{
+    auto decoded = std::make_shared<std::promise<QImage>>();
+    std::shared_future<QImage> result = decoded->get_future().share();
+    QThreadPool::globalInstance()->start([decoded, png] { decoded->set_value(decodedCapture(png)); });
+    return result;
 }
 
 QImage AppDelegate::decodedCapture(const QByteArray &png)
@@ -241,9 +282,13 @@ QImage AppDelegate::decodedCapture(const QByteArray &png)
     buffer.setData(png);
     QImageReader reader(&buffer, "png");
     reader.setAllocationLimit(CaptureHistoryStore::largestImageMegabytes);
-    const QImage image = reader.read();
-    if (image.isNull())
+    // Into memory of our own: from the heap, a 4K image stays with the
+    // decoding thread's arena after it is freed.
+    QImage image = allocateImage(reader.size(), reader.imageFormat());
+    if (!reader.read(&image)) {
         qCWarning(lcApp) << "Could not decode the capture again to edit it:" << reader.errorString();
+        return {};
+    }
     return image;
 }
 

@@ -15,6 +15,7 @@
 #include <QObject>
 
 #include <functional>
+#include <future>
 
 #include <memory>
 #include <optional>
@@ -109,6 +110,8 @@ private:
     qint64 largestDisplayPixels() const;
     // A capture kept as PNG, decoded again however tall; null, logged, when it cannot be.
     static QImage decodedCapture(const QByteArray &png);
+    static std::shared_future<QImage> decodeInBackground(const QByteArray &png);
+    QImage thumbnailPicture(const QByteArray &png, double scale, double *pictureScale) const;
 
     Platform m_platform;
     HotKeyCenter m_hotKeys;

@@ -40,7 +40,7 @@ CaptureDelivery::Delivered CaptureDelivery::deliver(const QList<CapturedImage> &
     QList<QByteArray> pngs;
     pngs.reserve(images.size());
     for (const CapturedImage &captured : images) {
-        pngs << CaptureEngine::pngData(captured.image, captured.scale);
+        pngs << (captured.png.isEmpty() ? CaptureEngine::pngData(captured.image, captured.scale) : captured.png);
         if (pngs.last().isEmpty())
             qCWarning(lcApp) << "Could not encode a" << captured.image.size() << "capture as PNG.";
     }

@@ -63,6 +63,17 @@ QImage captureDisplay(ScreenCapture &service, const DisplayInfo &display)
     return service.captureDisplay(display);
 }
 
+CapturedImage captureDisplayAsPng(ScreenCapture &service, const DisplayInfo &display, double scale)
+{
+    PngStreamEncoder encoder(scale);
+    bool encoded = true;
+    service.streamDisplay(display, [&](const QImage &band) { encoded = encoded && encoder.addRows(band); });
+    CapturedImage captured{QImage(), scale, encoded ? encoder.finish() : QByteArray()};
+    if (captured.png.isEmpty())
+        throw Error(QStringLiteral("There is not enough memory to save the screen of \"%1\".").arg(display.name));
+    return captured;
+}
+
 DisplaySnapshots snapshotDisplays(ScreenCapture &service, const DisplayList &displays)
 {
     DisplaySnapshots snapshots;
@@ -113,12 +124,12 @@ QByteArray pngData(const QImage &image, double scale)
 }
 
 // A capture of the main display, encoded and thrown away: it readies exactly
-// what a real one needs, down to the system's memory for an image that size.
+// what a real one needs.
 void warmUp(ScreenCapture &service)
 {
     const DisplayList displays = service.displays();
     if (!displays.empty())
-        encodePng(service.captureDisplay(displays.front()), 1.0);
+        captureDisplayAsPng(service, displays.front(), displays.front().scale);
 }
 
 void writePNG(const QByteArray &png, const QString &path)

@@ -30,6 +30,11 @@ double backingScale(quint32 displayID, const DisplayList &displays);
 double backingScaleForWindowFrame(const QRectF &frame, const DisplayList &displays);
 
 QImage captureDisplay(ScreenCapture &service, const DisplayInfo &display);
+// The display as PNG bytes, encoded band by band while it is read
+// (`png` set, `image` null): its pixels never sit in memory whole, and no
+// fresh image-sized memory, slow to touch first here, stands between the
+// key and the files. Throws Error.
+CapturedImage captureDisplayAsPng(ScreenCapture &service, const DisplayInfo &display, double scale);
 // Every display captured once, before an overlay covers them. Throws the
 // first capture's failure, or noDisplayError() when there is no display.
 DisplaySnapshots snapshotDisplays(ScreenCapture &service, const DisplayList &displays);
@@ -48,8 +53,8 @@ QImage crop(const QImage &displayImage, const QRectF &selection, const QRectF &s
 QByteArray pngData(const QImage &image, double scale);
 // Run once at idle after start, so that the first capture is as quick as the
 // ones after it: the service's set-up (shared memory with the display
-// server), the encoder's state and buffers, code paged in. Keeps what any
-// capture keeps, a few MB. Throws Error.
+// server), the encoder's state, buffers and threads, code paged in. Keeps
+// what any capture keeps, a few MB. Throws Error.
 void warmUp(ScreenCapture &service);
 // Writes PNG bytes atomically: a failure never leaves a partial file under
 // the final name. Throws Error naming the file and the reason, also for

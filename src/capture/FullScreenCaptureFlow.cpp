@@ -12,10 +12,9 @@ void FullScreenCaptureFlow::run()
     QList<CapturedImage> images;
     try {
         const DisplayList displays = m_screens.displays();
-        for (const DisplayInfo &display : displays) {
-            QImage image = CaptureEngine::captureDisplay(m_screens, display);
-            images.append({std::move(image), CaptureEngine::backingScale(display.id, displays)});
-        }
+        for (const DisplayInfo &display : displays)
+            images.append(CaptureEngine::captureDisplayAsPng(m_screens, display,
+                                                             CaptureEngine::backingScale(display.id, displays)));
         if (images.isEmpty())
             throw CaptureEngine::noDisplayError();
     } catch (const Error &error) {

@@ -6,7 +6,7 @@ namespace pixmora {
 
 class ScreenCapture;
 
-// Every display captured live, at once: one image per display, in display
+// Every display captured live, at once: one PNG per display, in display
 // order, each at its own display's scale. Any failure ends it with that error
 // and nothing is delivered.
 class FullScreenCaptureFlow : public CaptureFlow {

@@ -8,13 +8,18 @@
 #include <zlib.h>
 
 #include <algorithm>
+#include <array>
+#include <atomic>
+#include <chrono>
 #include <climits>
 #include <cmath>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <new>
 #include <system_error>
 #include <thread>
+#include <vector>
 
 namespace pixmora {
 namespace {
@@ -61,7 +66,8 @@ bool isOpaque(const QImage &image)
     return true;
 }
 
-Source makeSource(const QImage &image)
+// `keepAlpha` false writes RGB whatever the format says.
+Source makeSource(const QImage &image, bool keepAlpha)
 {
     Source source;
     switch (image.format()) {
@@ -74,7 +80,7 @@ Source makeSource(const QImage &image)
         source.image = image.convertToFormat(image.hasAlphaChannel() ? QImage::Format_ARGB32
                                                                      : QImage::Format_RGB32);
     }
-    source.layout = isOpaque(source.image) ? Layout::Rgb : Layout::Rgba;
+    source.layout = keepAlpha && source.image.hasAlphaChannel() ? Layout::Rgba : Layout::Rgb;
     source.rowBytes = qsizetype(source.image.width()) * (source.layout == Layout::Rgb ? 3 : 4);
     return source;
 }
@@ -119,12 +125,20 @@ void filterUp(const uchar *row, const uchar *above, qsizetype length, uchar *out
         out[i] = uchar(row[i] - above[i]);
 }
 
-// Deflates a horizontal band of filtered rows as a raw deflate segment that
-// can be concatenated with the next band's. Keeps its zlib state and buffers
-// from one image to the next: on these machines touching fresh pages costs
-// more than compressing them.
+// Deflates runs of filtered rows, each as a raw deflate segment that ends on
+// a byte boundary (sync flush) and starts without history, so that segments
+// made on two threads join into one stream in the image's order. Keeps its
+// zlib state and buffers from one image to the next: on these machines
+// touching fresh pages costs more than compressing them.
 class BandEncoder {
 public:
+    struct Segment {
+        qsizetype offset = 0;
+        qsizetype length = 0;
+        uLong checksum = 1;
+        qint64 inputLength = 0;
+    };
+
     BandEncoder()
     {
         m_ready = deflateInit2(&m_stream, deflateLevel, Z_DEFLATED, -MAX_WBITS, 8,
@@ -137,48 +151,64 @@ public:
     }
     Q_DISABLE_COPY_MOVE(BandEncoder)
 
-    // Rows [firstRow, endRow). A band that does not end the image ends on a
-    // byte boundary (sync flush); the last one ends the deflate stream.
-    bool encode(const Source &source, int firstRow, int endRow, bool lastBand) noexcept
+    void startImage()
+    {
+        m_used = 0;
+        m_segments.clear();
+    }
+
+    // Rows [firstRow, endRow) of `source` as the next segment. The row above
+    // firstRow is converted from `source`, or for its first row taken from
+    // `above` (the previous band's last row), or zeros at the image's top.
+    bool encode(const Source &source, int firstRow, int endRow, const uchar *above) noexcept
     {
         try {
             if (!m_ready || deflateReset(&m_stream) != Z_OK)
                 return false;
             const qsizetype rowBytes = source.rowBytes;
             m_rows.resize(3 * rowBytes + 1);
-            auto *above = reinterpret_cast<uchar *>(m_rows.data());
-            uchar *current = above + rowBytes;
+            auto *previous = reinterpret_cast<uchar *>(m_rows.data());
+            uchar *current = previous + rowBytes;
             uchar *filtered = current + rowBytes;
-            // The row above the image counts as zeros, so Up suits every row.
-            if (firstRow == 0)
-                std::fill_n(above, rowBytes, 0);
+            if (firstRow > 0)
+                convertRow(source, firstRow - 1, previous);
+            else if (above)
+                std::memcpy(previous, above, std::size_t(rowBytes));
             else
-                convertRow(source, firstRow - 1, above);
+                std::fill_n(previous, rowBytes, 0);  // so Up suits the first row too
 
-            m_stream.next_out = reinterpret_cast<Bytef *>(m_output.data());
-            m_stream.avail_out = uInt(std::min<qsizetype>(m_output.size(), UINT_MAX));
-            m_checksum = 1;  // Adler-32 of nothing
-            m_inputLength = 0;
+            Segment segment;
+            segment.offset = m_used;
+            m_stream.next_out = reinterpret_cast<Bytef *>(m_output.data()) + m_used;
+            m_stream.avail_out = uInt(std::min<qsizetype>(m_output.size() - m_used, UINT_MAX));
+            m_stream.total_out = 0;
             for (int y = firstRow; y < endRow; ++y) {
                 convertRow(source, y, current);
                 filtered[0] = upFilter;
-                filterUp(current, above, rowBytes, filtered + 1);
-                m_checksum = libdeflate_adler32(m_checksum, filtered, std::size_t(rowBytes + 1));
-                m_inputLength += rowBytes + 1;
-                const int flush = y + 1 < endRow ? Z_NO_FLUSH : lastBand ? Z_FINISH : Z_SYNC_FLUSH;
-                if (!compress(filtered, uInt(rowBytes + 1), flush))
+                filterUp(current, previous, rowBytes, filtered + 1);
+                segment.checksum = libdeflate_adler32(segment.checksum, filtered, std::size_t(rowBytes + 1));
+                segment.inputLength += rowBytes + 1;
+                if (!compress(filtered, uInt(rowBytes + 1), y + 1 < endRow ? Z_NO_FLUSH : Z_SYNC_FLUSH))
                     return false;
-                std::swap(above, current);
+                std::swap(previous, current);
             }
+            m_lastRow = previous;
+            segment.length = qsizetype(m_stream.total_out);
+            m_used += segment.length;
+            m_segments.push_back(segment);
             return true;
         } catch (const std::bad_alloc &) {
             return false;
         }
     }
 
-    QByteArrayView output() const { return QByteArrayView(m_output.constData(), m_stream.total_out); }
-    uLong checksum() const { return m_checksum; }
-    qint64 inputLength() const { return m_inputLength; }
+    const std::vector<Segment> &segments() const { return m_segments; }
+    QByteArrayView bytes(const Segment &segment) const
+    {
+        return QByteArrayView(m_output.constData() + segment.offset, segment.length);
+    }
+    // The last row encoded, converted: the row above the next band.
+    const uchar *lastRow() const { return m_lastRow; }
 
     void releaseLargeBuffers()
     {
@@ -202,7 +232,7 @@ private:
 
     void growOutput()
     {
-        const qsizetype used = qsizetype(m_stream.total_out);
+        const qsizetype used = m_used + qsizetype(m_stream.total_out);
         // Qt leaves the added bytes uninitialised: no pages are touched in advance.
         m_output.resize(std::max(2 * m_output.size(), initialOutputSize));
         m_stream.next_out = reinterpret_cast<Bytef *>(m_output.data()) + used;
@@ -213,14 +243,82 @@ private:
     bool m_ready = false;
     QByteArray m_rows;
     QByteArray m_output;
-    uLong m_checksum = 0;
-    qint64 m_inputLength = 0;
+    qsizetype m_used = 0;
+    std::vector<Segment> m_segments;
+    const uchar *m_lastRow = nullptr;
 };
 
+// The second thread of one image, for its bands' lower halves. Between two
+// halves it spins a moment before it sleeps: a core that has gone idle here
+// takes about as long to wake as half a band takes to encode.
+class HelperThread {
+public:
+    HelperThread() : m_thread([this] { serve(); }) {}
+    ~HelperThread()
+    {
+        m_state.store(quitting, std::memory_order_release);
+        m_state.notify_one();
+        m_thread.join();
+    }
+    Q_DISABLE_COPY_MOVE(HelperThread)
+
+    void start(std::function<void()> task)
+    {
+        m_task = std::move(task);
+        m_state.store(busy, std::memory_order_release);
+        m_state.notify_one();
+    }
+
+    void wait()
+    {
+        spinWhile(busy);
+        while (m_state.load(std::memory_order_acquire) == busy)
+            m_state.wait(busy, std::memory_order_acquire);
+    }
+
+private:
+    enum State { idle, busy, quitting };
+
+    void spinWhile(int state) const
+    {
+        const auto until = std::chrono::steady_clock::now() + std::chrono::milliseconds(2);
+        while (m_state.load(std::memory_order_acquire) == state && std::chrono::steady_clock::now() < until)
+            std::this_thread::yield();
+    }
+
+    void serve()
+    {
+        for (;;) {
+            spinWhile(idle);
+            const int state = m_state.load(std::memory_order_acquire);
+            if (state == quitting)
+                return;
+            if (state == idle) {
+                m_state.wait(idle, std::memory_order_acquire);
+                continue;
+            }
+            m_task();
+            m_state.store(idle, std::memory_order_release);
+            m_state.notify_one();
+        }
+    }
+
+    std::function<void()> m_task;
+    std::atomic<int> m_state{idle};
+    std::thread m_thread;
+};
+
+// The encoders kept warm between images, one per thread, and the lock of the image using them.
 struct SharedEncoder {
     std::mutex mutex;
     BandEncoder bands[2];
 };
+
+SharedEncoder &sharedEncoder()
+{
+    static SharedEncoder shared;
+    return shared;
+}
 
 void appendBigEndian(QByteArray &png, quint32 value)
 {
@@ -280,14 +378,14 @@ private:
     qsizetype m_chunkStart = -1;
 };
 
-QByteArray headerChunkData(const Source &source)
+QByteArray headerChunkData(QSize size, Layout layout)
 {
     QByteArray header(13, '\0');
-    qToBigEndian(quint32(source.image.width()), header.data());
-    qToBigEndian(quint32(source.image.height()), header.data() + 4);
-    header[8] = 8;                                           // bits per sample
-    header[9] = source.layout == Layout::Rgb ? 2 : 6;        // colour type
-    return header;                                           // deflate, adaptive filters, no interlace
+    qToBigEndian(quint32(size.width()), header.data());
+    qToBigEndian(quint32(size.height()), header.data() + 4);
+    header[8] = 8;                                    // bits per sample
+    header[9] = layout == Layout::Rgb ? 2 : 6;        // colour type
+    return header;                                    // deflate, adaptive filters, no interlace
 }
 
 QByteArray resolutionChunkData(double scale)
@@ -296,78 +394,161 @@ QByteArray resolutionChunkData(double scale)
     QByteArray resolution(9, '\0');
     qToBigEndian(dotsPerMetre, resolution.data());
     qToBigEndian(dotsPerMetre, resolution.data() + 4);
-    resolution[8] = 1;                                       // unit: metre
+    resolution[8] = 1;                                // unit: metre
     return resolution;
 }
 
-QByteArray pngFile(const Source &source, double scale, QByteArrayView firstBand,
-                   QByteArrayView secondBand, uLong checksum)
-{
-    const qsizetype streamLength = 2 + firstBand.size() + secondBand.size() + 4;
-    const qsizetype idatCount = (streamLength + idatLimit - 1) / idatLimit;
-    QByteArray png;
-    png.reserve(8 + (12 + 13) + (12 + 9) + streamLength + 12 * idatCount + 12);
-    png.append("\x89PNG\r\n\x1a\n", 8);
-    appendChunk(png, "IHDR", headerChunkData(source));
-    appendChunk(png, "pHYs", resolutionChunkData(scale));
-    char trailer[4];
-    qToBigEndian(quint32(checksum), trailer);
-    IdatWriter idat(png);
-    idat.write(QByteArrayView(zlibHeader, 2));
-    idat.write(firstBand);
-    idat.write(secondBand);
-    idat.write(QByteArrayView(trailer, 4));
-    idat.finish();
-    appendChunk(png, "IEND", {});
-    return png;
-}
+// An empty final block with fixed codes: the stream's end after the last
+// segment's sync flush.
+constexpr char finalEmptyBlock[2] = {0x03, 0x00};
 
 } // namespace
+
+struct PngStreamEncoder::State {
+    State(double resolutionScale, bool alpha)
+        : lock(sharedEncoder().mutex, std::try_to_lock), scale(resolutionScale), keepAlpha(alpha)
+    {
+        // Another image is being encoded: this one gets fresh encoders rather than wait.
+        if (!lock.owns_lock())
+            own = std::make_unique<std::array<BandEncoder, 2>>();
+        for (int i = 0; i < 2; ++i) {
+            encoders[i] = own ? &(*own)[i] : &sharedEncoder().bands[i];
+            encoders[i]->startImage();
+        }
+    }
+    ~State()
+    {
+        for (BandEncoder *encoder : encoders)
+            encoder->releaseLargeBuffers();
+    }
+
+    std::unique_lock<std::mutex> lock;
+    std::unique_ptr<std::array<BandEncoder, 2>> own;
+    BandEncoder *encoders[2] = {};
+    double scale;
+    bool keepAlpha;
+    bool failed = false;
+    QSize size{0, 0};  // width set by the first rows
+    Layout layout = Layout::Rgb;
+    QByteArray lastRow;
+    // Which encoder made each segment, in the image's order.
+    std::vector<int> segmentOrder;
+    std::unique_ptr<HelperThread> helper;
+};
+
+PngStreamEncoder::PngStreamEncoder(double scale, bool keepAlpha)
+    : m_state(std::make_unique<State>(scale, keepAlpha))
+{
+}
+
+PngStreamEncoder::~PngStreamEncoder() = default;
+
+bool PngStreamEncoder::addRows(const QImage &rows)
+{
+    State &state = *m_state;
+    if (state.failed || rows.isNull())
+        return false;
+    try {
+        const Source source = makeSource(rows, state.keepAlpha);
+        if (source.image.isNull()
+            || (state.size.width() > 0 && (source.image.width() != state.size.width() || source.layout != state.layout))) {
+            state.failed = true;
+            return false;
+        }
+        if (state.size.width() == 0) {
+            state.size.setWidth(source.image.width());
+            state.layout = source.layout;
+            state.lastRow.resize(source.rowBytes);
+        }
+        const uchar *above = state.size.height() > 0 ? reinterpret_cast<const uchar *>(state.lastRow.constData()) : nullptr;
+
+        BandEncoder &first = *state.encoders[0];
+        BandEncoder &second = *state.encoders[1];
+        const int height = source.image.height();
+        const bool split = height >= 2 && source.rowBytes * height >= splitThreshold;
+        const int middle = split ? height / 2 : height;
+        bool secondDone = !split;
+        const auto encodeSecond = [&] { secondDone = second.encode(source, middle, height, nullptr); };
+        if (split && !state.helper) {
+            try {
+                state.helper = std::make_unique<HelperThread>();
+            } catch (const std::system_error &) {
+                // No thread to be had: both halves on this one, below.
+            }
+        }
+        if (split && state.helper)
+            state.helper->start(encodeSecond);
+        const bool firstDone = first.encode(source, 0, middle, above);
+        if (split && state.helper)
+            state.helper->wait();
+        else if (split)
+            encodeSecond();
+        if (!firstDone || !secondDone) {
+            state.failed = true;
+            return false;
+        }
+        state.segmentOrder.push_back(0);
+        if (split)
+            state.segmentOrder.push_back(1);
+        std::memcpy(state.lastRow.data(), (split ? second : first).lastRow(), std::size_t(source.rowBytes));
+        state.size.setHeight(state.size.height() + height);
+        return true;
+    } catch (const std::bad_alloc &) {
+        state.failed = true;
+        return false;
+    }
+}
+
+QByteArray PngStreamEncoder::finish()
+{
+    const State &state = *m_state;
+    if (state.failed || state.size.isEmpty())
+        return {};
+    try {
+        BandEncoder *const *encoders = state.encoders;
+        std::size_t next[2] = {0, 0};
+        std::vector<QByteArrayView> segments;
+        qsizetype streamLength = 2 + 2 + 4;
+        uLong checksum = 1;
+        for (const int which : state.segmentOrder) {
+            const BandEncoder::Segment &segment = encoders[which]->segments().at(next[which]++);
+            segments.push_back(encoders[which]->bytes(segment));
+            streamLength += segment.length;
+            checksum = adler32_combine(checksum, segment.checksum, z_off_t(segment.inputLength));
+        }
+
+        const qsizetype idatCount = (streamLength + idatLimit - 1) / idatLimit;
+        QByteArray png;
+        png.reserve(8 + (12 + 13) + (12 + 9) + streamLength + 12 * idatCount + 12);
+        png.append("\x89PNG\r\n\x1a\n", 8);
+        appendChunk(png, "IHDR", headerChunkData(state.size, state.layout));
+        appendChunk(png, "pHYs", resolutionChunkData(state.scale));
+        char trailer[4];
+        qToBigEndian(quint32(checksum), trailer);
+        IdatWriter idat(png);
+        idat.write(QByteArrayView(zlibHeader, 2));
+        for (const QByteArrayView segment : segments)
+            idat.write(segment);
+        idat.write(QByteArrayView(finalEmptyBlock, 2));
+        idat.write(QByteArrayView(trailer, 4));
+        idat.finish();
+        appendChunk(png, "IEND", {});
+        return png;
+    } catch (const std::bad_alloc &) {
+        return {};
+    }
+}
 
 QByteArray encodePng(const QImage &image, double scale)
 {
     if (image.isNull())
         return {};
     try {
-        const Source source = makeSource(image);
-        if (source.image.isNull())
+        const QImage pixels = makeSource(image, true).image;
+        PngStreamEncoder encoder(scale, !isOpaque(pixels));
+        if (!encoder.addRows(pixels))
             return {};
-
-        static SharedEncoder shared;
-        const std::lock_guard lock(shared.mutex);
-        BandEncoder &first = shared.bands[0];
-        BandEncoder &second = shared.bands[1];
-        const auto release = qScopeGuard([&] {
-            first.releaseLargeBuffers();
-            second.releaseLargeBuffers();
-        });
-
-        const int height = source.image.height();
-        const bool split = height >= 2 && source.rowBytes * height >= splitThreshold;
-        const int firstEnd = split ? height / 2 : height;
-        bool secondDone = !split;
-        const auto encodeSecond = [&] { secondDone = second.encode(source, firstEnd, height, true); };
-        std::thread helper;
-        if (split) {
-            try {
-                helper = std::thread(encodeSecond);
-            } catch (const std::system_error &) {
-                // No thread to be had: both bands on this one, below.
-            }
-        }
-        const bool firstDone = first.encode(source, 0, firstEnd, !split);
-        if (helper.joinable())
-            helper.join();
-        else if (split)
-            encodeSecond();
-        if (!firstDone || !secondDone)
-            return {};
-
-        if (!split)
-            return pngFile(source, scale, first.output(), {}, first.checksum());
-        const uLong checksum = adler32_combine(first.checksum(), second.checksum(),
-                                               z_off_t(second.inputLength()));
-        return pngFile(source, scale, first.output(), second.output(), checksum);
+        return encoder.finish();
     } catch (const std::bad_alloc &) {
         return {};
     }

@@ -5,6 +5,7 @@
 #include <QImage>
 #include <QRectF>
 
+#include <functional>
 #include <memory>
 
 namespace pixmora {
@@ -29,6 +30,13 @@ public:
     virtual WindowList windows() = 0;
 
     virtual QImage captureDisplay(const DisplayInfo &display) = 0;
+    // The same pixels handed to `consume` band by band, top to bottom, each
+    // band readable only during its call: for a capture that is encoded as
+    // it is read and never held whole.
+    virtual void streamDisplay(const DisplayInfo &display, const std::function<void(const QImage &band)> &consume)
+    {
+        consume(captureDisplay(display));
+    }
     // rect is in global points and lies on the display; the result is
     // floor(w * scale) x floor(h * scale) pixels. Our own windows are left
     // out while an exclusion for that area is held, else they may show.

@@ -2,6 +2,7 @@
 
 #include "FileSizeLimit.h"
 #include "TestImages.h"
+#include "image/PngEncoder.h"
 #include "markup/MarkupCanvasView.h"
 #include "markup/MarkupEditorController.h"
 #include "preview/PreviewThumbView.h"
@@ -78,6 +79,14 @@ TEST(DeliveryTest, AFailedWriteAlertsWithTheCountAndTheRestIsStillDelivered)
     }
 }
 
+PreviewThumbView *visibleThumbnail()
+{
+    for (QWidget *widget : QApplication::topLevelWidgets())
+        if (auto *thumbnail = widget->isVisible() ? widget->findChild<PreviewThumbView *>() : nullptr)
+            return thumbnail;
+    return nullptr;
+}
+
 // Display 1 has 1600 x 1200 pixels: a capture up to twice that stays decoded for
 // a quick editor; a taller one is kept only as PNG and decoded on the click,
 // also beyond the 128 MB a PNG reader takes unless told.
@@ -92,14 +101,30 @@ TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDi
             std::fill_n(reinterpret_cast<QRgb *>(capture.scanLine(y)), capture.width(), qRgb(y & 255, y >> 8, 90));
         h.app->deliver({{capture, 2.0}});
         EXPECT_EQ(!capture.isDetached(), kept);
-        for (QWidget *widget : QApplication::topLevelWidgets())
-            if (auto *thumb = widget->isVisible() ? widget->findChild<PreviewThumbView *>() : nullptr)
-                QTest::mouseClick(thumb, Qt::LeftButton);
+        QTest::mouseClick(visibleThumbnail(), Qt::LeftButton);
         ASSERT_EQ(h.app->markupEditors().size(), 1u);
         const MarkupEditorController *editor = h.app->markupEditors().front().get();
         EXPECT_EQ(editor->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32), capture);
         EXPECT_EQ(editor->imageScale(), 2.0);
     }
+}
+
+// A display encoded as it was read comes as PNG alone: its thumbnail is the
+// one its pixels would get, and a click edits the pixels in full.
+TEST(DeliveryTest, ACaptureDeliveredAsPngAloneGetsTheSameThumbnailAndIsEditedInFull)
+{
+    const QImage capture = noise(1600, 1200);
+    AppHarness h;
+    h.app->deliver({{capture, 2.0}});
+    const QSize fromPixels = visibleThumbnail()->size();
+    h.app->deliver({{QImage(), 2.0, encodePng(capture, 2.0)}});
+    PreviewThumbView *thumbnail = visibleThumbnail();
+    EXPECT_EQ(thumbnail->size(), fromPixels);
+    QTest::mouseClick(thumbnail, Qt::LeftButton);
+    ASSERT_EQ(h.app->markupEditors().size(), 1u);
+    const MarkupEditorController *editor = h.app->markupEditors().front().get();
+    EXPECT_EQ(editor->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32), capture);
+    EXPECT_EQ(editor->imageScale(), 2.0);
 }
 
 } // namespace

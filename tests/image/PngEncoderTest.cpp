@@ -43,3 +43,32 @@ TEST(Png, ALargeImageEncodedOnTwoThreadsAtOnceStaysIntact)
     // The decoder checks every chunk's CRC and the stream's Adler-32.
     EXPECT_EQ(QImage::fromData(png).convertToFormat(QImage::Format_ARGB32_Premultiplied), image);
 }
+
+// Bands of one row carry the row above across calls; bands over 1 MB are
+// split between the threads, the short last one is not, so the segments of
+// both threads must join in order.
+TEST(Png, AnImageStreamedInBandsOfAnyHeightDecodesToTheSamePixels)
+{
+    for (const bool translucent : {false, true}) {
+        const QImage image = noise(1500, 701, translucent ? QImage::Format_ARGB32_Premultiplied : QImage::Format_RGB32,
+                                   translucent);
+        for (const int bandRows : {1, 250}) {
+            SCOPED_TRACE(testing::Message() << (translucent ? "translucent" : "opaque") << ", bands of " << bandRows);
+            PngStreamEncoder encoder(2.0);
+            for (int top = 0; top < image.height(); top += bandRows)
+                ASSERT_TRUE(encoder.addRows(image.copy(0, top, image.width(), std::min(bandRows, image.height() - top))));
+            const QImage read = QImage::fromData(encoder.finish());
+            EXPECT_EQ(read.hasAlphaChannel(), translucent);
+            EXPECT_EQ(read.convertToFormat(image.format()), image);
+            EXPECT_EQ(read.dotsPerMeterX(), std::lround(144 / 0.0254));
+        }
+    }
+
+    PngStreamEncoder nothingAdded(1.0);
+    EXPECT_TRUE(nothingAdded.finish().isEmpty());
+    PngStreamEncoder narrower(1.0);
+    EXPECT_TRUE(narrower.addRows(noise(40, 3)));
+    EXPECT_FALSE(narrower.addRows(noise(39, 3)));
+    EXPECT_FALSE(narrower.addRows(noise(40, 3)));
+    EXPECT_TRUE(narrower.finish().isEmpty());
+}

@@ -42,22 +42,28 @@ QImage::Format formatForDepth(xcb_connection_t *c, uint8_t depth)
 
 // The one copy out of the server's buffer. X leaves the padding byte of
 // 24-bit pixels undefined, and RGB32 wants it 0xff.
-void copyRows(const uchar *source, QImage &target, QPoint at, QSize size)
+void copyRows(const QImage &band, QImage &target, QPoint at)
 {
     const bool opaque = target.format() == QImage::Format_RGB32;
-    const std::size_t sourceStride = std::size_t(size.width()) * bytesPerPixel;
-    const qsizetype targetStride = target.bytesPerLine();
-    uchar *targetBits = target.bits();
-    for (int row = 0; row < size.height(); ++row) {
-        const auto *from = reinterpret_cast<const quint32 *>(source + row * sourceStride);
-        auto *to = reinterpret_cast<quint32 *>(targetBits + (at.y() + row) * targetStride) + at.x();
+    const std::size_t rowBytes = std::size_t(band.width()) * bytesPerPixel;
+    for (int row = 0; row < band.height(); ++row) {
+        const auto *from = reinterpret_cast<const quint32 *>(band.constScanLine(row));
+        auto *to = reinterpret_cast<quint32 *>(target.scanLine(at.y() + row)) + at.x();
         if (opaque) {
-            for (int x = 0; x < size.width(); ++x)
+            for (int x = 0; x < band.width(); ++x)
                 to[x] = from[x] | 0xff000000u;
         } else {
-            std::memcpy(to, from, sourceStride);
+            std::memcpy(to, from, rowBytes);
         }
     }
+}
+
+void makeOpaque(QImage &band)
+{
+    auto *pixels = reinterpret_cast<quint32 *>(band.bits());
+    const qsizetype count = qsizetype(band.width()) * band.height();
+    for (qsizetype i = 0; i < count; ++i)
+        pixels[i] |= 0xff000000u;
 }
 
 // Source-over of a premultiplied colour, rounded as QPainter rounds it.
@@ -141,7 +147,8 @@ bool X11ImageTransfer::attachSegment()
     return true;
 }
 
-QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds, QImage recycled)
+void X11ImageTransfer::readBands(xcb_drawable_t drawable, const QRect &area, const QRect &bounds, Padding padding,
+                                 const std::function<void(QImage &band, QPoint at)> &consume)
 {
     if (!m_x11.isAlive())
         throw Error(QStringLiteral("The connection to the X display was lost."));
@@ -175,7 +182,7 @@ QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const 
     struct Band {
         XcbReply<void> reply;
         uint8_t depth = 0;
-        const uchar *pixels = nullptr;
+        uchar *pixels = nullptr;
     };
     auto await = [&](const BandRequest &requested, int band) {
         xcb_generic_error_t *rawError = nullptr;
@@ -203,10 +210,9 @@ QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const 
         return answer;
     };
 
-    // The next band is always requested before the current one is copied,
-    // so that the server and this process work at the same time.
+    // The next band is always requested before the current one is handed
+    // over, so that the server and this process work at the same time.
     const int bands = (clip.height() + bandRows - 1) / bandRows;
-    QImage image;
     BandRequest pending = request(0);
     for (int band = 0; band < bands; ++band) {
         const BandRequest current = pending;
@@ -215,23 +221,35 @@ QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const 
             pending = request(band + 1);
         try {
             const Band answer = await(current, band);
-            if (image.isNull()) {
-                const QImage::Format format = formatForDepth(c, answer.depth);
-                image = recycled.size() == area.size() && recycled.format() == format && recycled.isDetached()
-                            ? std::move(recycled)
-                            : allocateHugePageImage(area.size(), format);
-                if (image.isNull())
-                    throw Error(QStringLiteral("Not enough memory for the screen image."));
-                if (clip != area)
-                    image.fill(image.format() == QImage::Format_RGB32 ? 0xff000000u : 0u);
-            }
-            copyRows(answer.pixels, image, current.rows.topLeft() - area.topLeft(), current.rows.size());
+            const QSize size = current.rows.size();
+            QImage view(answer.pixels, size.width(), size.height(), qsizetype(size.width()) * bytesPerPixel,
+                        formatForDepth(c, answer.depth));
+            if (padding == Padding::Opaque && view.format() == QImage::Format_RGB32)
+                makeOpaque(view);
+            consume(view, current.rows.topLeft() - area.topLeft());
         } catch (...) {
             if (more)
                 xcb_discard_reply(c, pending.sequence);  // no reply is left behind
             throw;
         }
     }
+}
+
+QImage X11ImageTransfer::read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds, QImage recycled)
+{
+    QImage image;
+    readBands(drawable, area, bounds, Padding::AsSent, [&](QImage &band, QPoint at) {
+        if (image.isNull()) {
+            image = recycled.size() == area.size() && recycled.format() == band.format() && recycled.isDetached()
+                        ? std::move(recycled)
+                        : allocateHugePageImage(area.size(), band.format());
+            if (image.isNull())
+                throw Error(QStringLiteral("Not enough memory for the screen image."));
+            if (area != area.intersected(bounds))
+                image.fill(image.format() == QImage::Format_RGB32 ? 0xff000000u : 0u);
+        }
+        copyRows(band, image, at);
+    });
     return image;
 }
 

@@ -5,6 +5,8 @@
 
 #include <xcb/xcb.h>
 
+#include <functional>
+
 namespace pixmora {
 
 class X11Connection;
@@ -31,6 +33,14 @@ public:
     // `recycled` when no one else holds it and it has the size and format:
     // fresh memory costs more than the copy itself.
     QImage read(xcb_drawable_t drawable, const QRect &area, const QRect &bounds, QImage recycled = {});
+    // What the server sends for 24-bit pixels in their fourth byte: anything.
+    enum class Padding { AsSent, Opaque };
+    // The same pixels band by band, top to bottom, without the whole image
+    // in memory: `consume` gets a view of each band in the shared segment,
+    // valid only during the call, and where its rows go in `area`. Padding
+    // says whether RGB32 bands get their fourth byte set to 0xff first.
+    void readBands(xcb_drawable_t drawable, const QRect &area, const QRect &bounds, Padding padding,
+                   const std::function<void(QImage &band, QPoint at)> &consume);
     // Puts an RGB32 or ARGB32 premultiplied image at the top-left corner of a
     // drawable of that depth (24 or 32), with `veil` (premultiplied) laid
     // over every pixel on the way, as QPainter would lay it. False, with the

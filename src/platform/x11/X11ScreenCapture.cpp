@@ -61,6 +61,19 @@ QImage X11ScreenCapture::captureDisplay(const DisplayInfo &display)
     return m_x11.images().read(m_x11.root(), placementOf(layout, display).native, rootBounds());
 }
 
+void X11ScreenCapture::streamDisplay(const DisplayInfo &display,
+                                     const std::function<void(const QImage &band)> &consume)
+{
+    const ScreenLayout layout = ScreenLayout::current(m_x11);
+    const QRect native = placementOf(layout, display).native;
+    if (!rootBounds().contains(native)) {
+        consume(captureDisplay(display));  // partly off the root: blackened as a whole
+        return;
+    }
+    m_x11.images().readBands(m_x11.root(), native, rootBounds(), X11ImageTransfer::Padding::Opaque,
+                             [&](QImage &band, QPoint) { consume(band); });
+}
+
 namespace {
 
 QRect nativeArea(const ScreenPlacement &screen, const QRectF &rect)

@@ -17,6 +17,7 @@ public:
     DisplayList displays() override;
     WindowList windows() override;
     QImage captureDisplay(const DisplayInfo &display) override;
+    void streamDisplay(const DisplayInfo &display, const std::function<void(const QImage &band)> &consume) override;
     QImage captureRegion(const DisplayInfo &display, const QRectF &rect) override;
     QImage captureWindow(const WindowInfo &window, double scale) override;
     std::unique_ptr<OwnWindowsExclusion> excludeOwnWindows(const DisplayInfo &display, const QRectF &rect,

@@ -10,15 +10,24 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <cstring>
+#include <utility>
 
 namespace pixmora::e2e {
 namespace {
 
 class ScreenCaptureTest : public ::testing::Test {
 protected:
-    // Makes the image the root window's background, what shows where no window is.
-    void paintRoot(const QImage &image)
+    // Makes the image the root window's background, what shows where no window
+    // is. Sent with the fourth byte 0, which X keeps as it is given.
+    void paintRoot(const QImage &opaque)
     {
+        QImage image = opaque.convertToFormat(QImage::Format_RGB32);
+        for (int y = 0; y < image.height(); ++y) {
+            auto *pixels = reinterpret_cast<QRgb *>(image.scanLine(y));
+            for (int x = 0; x < image.width(); ++x)
+                pixels[x] &= 0x00ffffffu;
+        }
         xcb_connection_t *c = x11.connection();
         const uint8_t depth = x11.screen()->root_depth;
         const xcb_pixmap_t pixmap = xcb_generate_id(c);
@@ -56,6 +65,24 @@ TEST_F(ScreenCaptureTest, MonitorsAreCapturedInDevicePixelsFlooredAtTheirScale)
         return !firstDifference(capture.captureDisplay(left), pattern.copy(leftPixels))
                && !firstDifference(capture.captureDisplay(right), pattern.copy(rightPixels));
     }));
+    // Streamed, a display comes in several bands that make up the same
+    // pixels, opaque although X sends the fourth byte as it likes.
+    for (const auto &[display, pixels] : {std::pair{&left, leftPixels}, std::pair{&right, rightPixels}}) {
+        QImage streamed(pixels.size(), QImage::Format_RGB32);
+        int rows = 0, bands = 0;
+        capture.streamDisplay(*display, [&](const QImage &band) {
+            if (band.format() != QImage::Format_RGB32 || band.width() != pixels.width()
+                || rows + band.height() > pixels.height())
+                return;
+            for (int y = 0; y < band.height(); ++y)
+                std::memcpy(streamed.scanLine(rows + y), band.constScanLine(y), std::size_t(band.width()) * 4);
+            rows += band.height();
+            ++bands;
+        });
+        EXPECT_GT(bands, 1);
+        EXPECT_EQ(rows, pixels.height());
+        EXPECT_EQ(firstDifference(streamed, pattern.copy(pixels)), std::nullopt);
+    }
 
     struct Case { const DisplayInfo &display; QRectF points; QRect pixels; };
     const Case cases[] = {
