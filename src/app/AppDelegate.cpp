@@ -8,7 +8,6 @@
 #include "capture/ScrollingCaptureFlow.h"
 #include "capture/WindowCaptureFlow.h"
 #include "image/ImageMemory.h"
-#include "image/PngResolution.h"
 #include "image/PngThumbnail.h"
 #include "platform/AtomicFile.h"
 #include "platform/Logging.h"
@@ -231,8 +230,9 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
     // second for 1600 x 24000).
     std::function<QImage()> pixelsToEdit;
     if (shown.isNull()) {
-        shown = thumbnailPicture(png, primary.scale, &shownScale);
+        // Started first, so that both decodes run at once on two cores.
         pixelsToEdit = [decoding = decodeInBackground(png)] { return decoding.get(); };
+        shown = thumbnailPicture(png, primary.scale, &shownScale);
     } else if (png.isEmpty() || qint64(shown.width()) * shown.height() <= 2 * largestDisplayPixels()) {
         pixelsToEdit = [kept = primary.image] { return kept; };
     } else {
@@ -255,16 +255,18 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
 QImage AppDelegate::thumbnailPicture(const QByteArray &png, double scale, double *pictureScale) const
 {
     *pictureScale = scale;
-    const std::optional<QSize> pixels = pngPixelSize(png);
-    if (!pixels)
+    QBuffer buffer;
+    buffer.setData(png);
+    const QSize pixels = QImageReader(&buffer, "png").size();
+    if (pixels.isEmpty())
         return {};
     double densest = 1.0;
     for (const DisplayInfo &display : m_platform.screens.displays())
         densest = std::max(densest, display.scale);
-    const QSize reduced = (PreviewPresenter::thumbnailSize(QSizeF(*pixels) / scale) * densest).toSize();
-    if (reduced.width() >= pixels->width() || reduced.height() >= pixels->height() || reduced.isEmpty())
+    const QSize reduced = (PreviewPresenter::thumbnailSize(QSizeF(pixels) / scale) * densest).toSize();
+    if (reduced.width() >= pixels.width() || reduced.height() >= pixels.height() || reduced.isEmpty())
         return decodedCapture(png);
-    *pictureScale = scale * reduced.width() / pixels->width();
+    *pictureScale = scale * reduced.width() / pixels.width();
     return decodePngThumbnail(png, reduced);
 }
 

@@ -1,7 +1,6 @@
 #include "image/PngEncoder.h"
 
 #include <QByteArrayView>
-#include <QScopeGuard>
 #include <QtEndian>
 
 #include <libdeflate.h>

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <QByteArrayView>
-#include <QSize>
 
 #include <optional>
 
@@ -12,8 +11,5 @@ namespace pixmora {
 // when the bytes are no PNG or record no resolution in metres. Only the
 // chunks before the image data are read, so the file's head is enough.
 std::optional<int> pngDotsPerInch(QByteArrayView png);
-// The image's size in pixels, from the PNG's header; nothing when the bytes
-// are no PNG.
-std::optional<QSize> pngPixelSize(QByteArrayView png);
 
 } // namespace pixmora
