@@ -298,6 +298,7 @@ int measureEditor(VirtualDesktop &desktop, pid_t pixmora, const QString &shots, 
             }
         }
         shown.push_back(clock.nsecsElapsed() / 1e6);
+        std::fprintf(stderr, "round %d: shown after %.1f ms\n", round, shown.back());
         openingCpu.push_back((usageOf(pixmora).cpuSeconds - cpuBefore) * 1000);
         QThread::msleep(500);
         quint64 editor = 0;

@@ -134,6 +134,15 @@ MarkupEditorController::MarkupEditorController(QImage image, double scale, Platf
     setWindowFlags(Qt::Window | Qt::CustomizeWindowHint | Qt::WindowTitleHint | Qt::WindowCloseButtonHint
                    | Qt::WindowMaximizeButtonHint);
 
+    // The window looks the same active or not: otherwise each activation,
+    // the first one included, repaints every widget, the whole 4K canvas with them.
+    QPalette colours = palette();
+    for (int role = 0; role < QPalette::NColorRoles; ++role) {
+        const auto colourRole = QPalette::ColorRole(role);
+        colours.setBrush(QPalette::Inactive, colourRole, colours.brush(QPalette::Active, colourRole));
+    }
+    setPalette(colours);
+
     const QSize pixels = image.size();
     m_canvas = new MarkupCanvasView(std::move(image));
     auto *layout = new QVBoxLayout(this);

@@ -3,8 +3,10 @@
 #include "platform/fake/FakePlatform.h"
 
 #include <QAbstractButton>
+#include <QApplication>
 #include <QDir>
 #include <QMenu>
+#include <QScopeGuard>
 #include <QTest>
 
 #include <gtest/gtest.h>
@@ -115,6 +117,42 @@ TEST(MarkupEditor, CopyAndShareHandOverTheFlattenedCaptureAtItsScaleAndDiscardAs
     EXPECT_EQ(std::tuple(editor.discards, editor.closes, editor.editor->isVisible()), std::tuple(0, 0, true));
     editor.click("Discard this screenshot");
     EXPECT_EQ(std::tuple(editor.discards, editor.closes, editor.editor->isVisible()), std::tuple(1, 1, false));
+}
+
+// Repainting a 4K canvas takes a frame; switching windows must not cost one.
+TEST(MarkupEditor, TheCanvasRepaintsWhenItChangesButNotWhenTheWindowOrTheKeyboardComesOrGoes)
+{
+    // As desktop themes do, inactive windows get other colours.
+    const QPalette original = QApplication::palette();
+    QPalette themed = original;
+    themed.setColor(QPalette::Inactive, QPalette::Highlight, Qt::gray);
+    QApplication::setPalette(themed);
+    const auto restore = qScopeGuard([&] { QApplication::setPalette(original); });
+    Editor editor(white({3000, 2000}));
+    ASSERT_TRUE(QTest::qWaitForWindowExposed(editor.editor.get()));
+    struct PaintCounter : QObject {
+        int paints = 0;
+        bool eventFilter(QObject *, QEvent *event) override
+        {
+            paints += event->type() == QEvent::Paint;
+            return false;
+        }
+    } counter;
+    QCoreApplication::processEvents();
+    editor.canvas().installEventFilter(&counter);
+    for (const QEvent::Type type : {QEvent::WindowDeactivate, QEvent::WindowActivate}) {
+        QEvent event(type);
+        QApplication::sendEvent(editor.editor.get(), &event);
+        QTest::qWait(50);
+    }
+    for (const QEvent::Type type : {QEvent::FocusOut, QEvent::FocusIn}) {
+        QFocusEvent event(type, Qt::ActiveWindowFocusReason);
+        QApplication::sendEvent(&editor.canvas(), &event);
+        QTest::qWait(50);
+    }
+    EXPECT_EQ(counter.paints, 0);
+    editor.drawBox({300, 100}, {400, 200});
+    EXPECT_TRUE(QTest::qWaitFor([&] { return counter.paints > 0; }));
 }
 
 } // namespace

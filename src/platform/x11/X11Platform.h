@@ -2,6 +2,7 @@
 
 #include "platform/Platform.h"
 #include "platform/x11/AutostartLoginItem.h"
+#include "platform/x11/BackingStorePopulator.h"
 #include "platform/x11/GioSharingServices.h"
 #include "platform/x11/InodeFolderBookmarks.h"
 #include "platform/x11/QtClipboard.h"
@@ -16,7 +17,8 @@ namespace pixmora {
 // The real services on an X11 desktop. Create it after the QApplication
 // (on the xcb platform) and destroy it before; throws pixmora::Error when
 // there is no X display. While it lives, large images come from huge pages
-// (see allocateImage()).
+// (see allocateImage()) and windows' surfaces are populated before they
+// first paint.
 class X11Platform {
 public:
     X11Platform();
@@ -36,6 +38,7 @@ private:
     AutostartLoginItem m_loginItem;
     InodeFolderBookmarks m_bookmarks;
     GioSharingServices m_sharing;
+    BackingStorePopulator m_backingStorePopulator;
 };
 
 } // namespace pixmora
