@@ -44,6 +44,8 @@ double residentShare(QWidget &window)
 struct SurfaceWatcher : QWidget {
     SurfaceWatcher()
     {
+        // Mapped by the server itself: a window manager still starting up may never map it.
+        setWindowFlags(Qt::Window | Qt::BypassWindowManagerHint);
         setAttribute(Qt::WA_OpaquePaintEvent);
         setGeometry(2000, 100, 1600, 1000);  // on RIGHT, at scale 1
     }
