@@ -231,8 +231,11 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
     std::function<QImage()> pixelsToEdit;
     if (shown.isNull()) {
         // Started first, so that both decodes run at once on two cores.
-        pixelsToEdit = [decoding = decodeInBackground(png)] { return decoding.get(); };
+        const std::shared_future<QImage> decoding = decodeInBackground(png);
+        pixelsToEdit = [decoding] { return decoding.get(); };
         shown = thumbnailPicture(png, primary.scale, &shownScale);
+        if (shown.isNull())
+            shown = decoding.get();  // no larger than the thumbnail: shown whole
     } else if (png.isEmpty() || qint64(shown.width()) * shown.height() <= 2 * largestDisplayPixels()) {
         pixelsToEdit = [kept = primary.image] { return kept; };
     } else {
@@ -251,7 +254,8 @@ void AppDelegate::deliver(const QList<CapturedImage> &images)
 
 // The thumbnail's picture of a capture that exists only as PNG: reduced while
 // it decodes to what the largest thumbnail shows on the densest display, with
-// the scale that keeps its size in points.
+// the scale that keeps its size in points. Null when the capture is no
+// larger than that, or does not decode.
 QImage AppDelegate::thumbnailPicture(const QByteArray &png, double scale, double *pictureScale) const
 {
     *pictureScale = scale;
@@ -265,9 +269,11 @@ QImage AppDelegate::thumbnailPicture(const QByteArray &png, double scale, double
         densest = std::max(densest, display.scale);
     const QSize reduced = (PreviewPresenter::thumbnailSize(QSizeF(pixels) / scale) * densest).toSize();
     if (reduced.width() >= pixels.width() || reduced.height() >= pixels.height() || reduced.isEmpty())
-        return decodedCapture(png);
-    *pictureScale = scale * reduced.width() / pixels.width();
-    return decodePngThumbnail(png, reduced);
+        return {};
+    QImage picture = decodePngThumbnail(png, reduced);
+    if (!picture.isNull())
+        *pictureScale = scale * reduced.width() / pixels.width();
+    return picture;
 }
 
 std::shared_future<QImage> AppDelegate::decodeInBackground(const QByteArray &png)

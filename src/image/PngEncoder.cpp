@@ -16,8 +16,10 @@
 #include <functional>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <system_error>
 #include <thread>
+#include <utility>
 #include <vector>
 
 namespace pixmora {
@@ -150,20 +152,17 @@ public:
     }
     Q_DISABLE_COPY_MOVE(BandEncoder)
 
-    void startImage()
-    {
-        m_used = 0;
-        m_segments.clear();
-    }
+    void startImage() { m_used = 0; }
 
-    // Rows [firstRow, endRow) of `source` as the next segment. The row above
-    // firstRow is converted from `source`, or for its first row taken from
-    // `above` (the previous band's last row), or zeros at the image's top.
-    bool encode(const Source &source, int firstRow, int endRow, const uchar *above) noexcept
+    // Rows [firstRow, endRow) of `source` as the next segment of this
+    // encoder's output. The row above firstRow is converted from `source`,
+    // or for its first row taken from `above` (the previous band's last
+    // row), or zeros at the image's top. Nothing when memory runs out.
+    std::optional<Segment> encode(const Source &source, int firstRow, int endRow, const uchar *above) noexcept
     {
         try {
             if (!m_ready || deflateReset(&m_stream) != Z_OK)
-                return false;
+                return std::nullopt;
             const qsizetype rowBytes = source.rowBytes;
             m_rows.resize(3 * rowBytes + 1);
             auto *previous = reinterpret_cast<uchar *>(m_rows.data());
@@ -188,20 +187,18 @@ public:
                 segment.checksum = libdeflate_adler32(segment.checksum, filtered, std::size_t(rowBytes + 1));
                 segment.inputLength += rowBytes + 1;
                 if (!compress(filtered, uInt(rowBytes + 1), y + 1 < endRow ? Z_NO_FLUSH : Z_SYNC_FLUSH))
-                    return false;
+                    return std::nullopt;
                 std::swap(previous, current);
             }
             m_lastRow = previous;
             segment.length = qsizetype(m_stream.total_out);
             m_used += segment.length;
-            m_segments.push_back(segment);
-            return true;
+            return segment;
         } catch (const std::bad_alloc &) {
-            return false;
+            return std::nullopt;
         }
     }
 
-    const std::vector<Segment> &segments() const { return m_segments; }
     QByteArrayView bytes(const Segment &segment) const
     {
         return QByteArrayView(m_output.constData() + segment.offset, segment.length);
@@ -243,7 +240,6 @@ private:
     QByteArray m_rows;
     QByteArray m_output;
     qsizetype m_used = 0;
-    std::vector<Segment> m_segments;
     const uchar *m_lastRow = nullptr;
 };
 
@@ -430,8 +426,8 @@ struct PngStreamEncoder::State {
     QSize size{0, 0};  // width set by the first rows
     Layout layout = Layout::Rgb;
     QByteArray lastRow;
-    // Which encoder made each segment, in the image's order.
-    std::vector<int> segmentOrder;
+    // The segments in the image's order, with the encoder holding each.
+    std::vector<std::pair<const BandEncoder *, BandEncoder::Segment>> segments;
     std::unique_ptr<HelperThread> helper;
 };
 
@@ -466,8 +462,8 @@ bool PngStreamEncoder::addRows(const QImage &rows)
         const int height = source.image.height();
         const bool split = height >= 2 && source.rowBytes * height >= splitThreshold;
         const int middle = split ? height / 2 : height;
-        bool secondDone = !split;
-        const auto encodeSecond = [&] { secondDone = second.encode(source, middle, height, nullptr); };
+        std::optional<BandEncoder::Segment> lowerHalf;
+        const auto encodeSecond = [&] { lowerHalf = second.encode(source, middle, height, nullptr); };
         if (split && !state.helper) {
             try {
                 state.helper = std::make_unique<HelperThread>();
@@ -477,18 +473,18 @@ bool PngStreamEncoder::addRows(const QImage &rows)
         }
         if (split && state.helper)
             state.helper->start(encodeSecond);
-        const bool firstDone = first.encode(source, 0, middle, above);
+        const std::optional<BandEncoder::Segment> upperHalf = first.encode(source, 0, middle, above);
         if (split && state.helper)
             state.helper->wait();
         else if (split)
             encodeSecond();
-        if (!firstDone || !secondDone) {
+        if (!upperHalf || (split && !lowerHalf)) {
             state.failed = true;
             return false;
         }
-        state.segmentOrder.push_back(0);
+        state.segments.emplace_back(&first, *upperHalf);
         if (split)
-            state.segmentOrder.push_back(1);
+            state.segments.emplace_back(&second, *lowerHalf);
         std::memcpy(state.lastRow.data(), (split ? second : first).lastRow(), std::size_t(source.rowBytes));
         state.size.setHeight(state.size.height() + height);
         return true;
@@ -504,14 +500,9 @@ QByteArray PngStreamEncoder::finish()
     if (state.failed || state.size.isEmpty())
         return {};
     try {
-        BandEncoder *const *encoders = state.encoders;
-        std::size_t next[2] = {0, 0};
-        std::vector<QByteArrayView> segments;
         qsizetype streamLength = 2 + 2 + 4;
         uLong checksum = 1;
-        for (const int which : state.segmentOrder) {
-            const BandEncoder::Segment &segment = encoders[which]->segments().at(next[which]++);
-            segments.push_back(encoders[which]->bytes(segment));
+        for (const auto &[encoder, segment] : state.segments) {
             streamLength += segment.length;
             checksum = adler32_combine(checksum, segment.checksum, z_off_t(segment.inputLength));
         }
@@ -526,8 +517,8 @@ QByteArray PngStreamEncoder::finish()
         qToBigEndian(quint32(checksum), trailer);
         IdatWriter idat(png);
         idat.write(QByteArrayView(zlibHeader, 2));
-        for (const QByteArrayView segment : segments)
-            idat.write(segment);
+        for (const auto &[encoder, segment] : state.segments)
+            idat.write(encoder->bytes(segment));
         idat.write(QByteArrayView(finalEmptyBlock, 2));
         idat.write(QByteArrayView(trailer, 4));
         idat.finish();

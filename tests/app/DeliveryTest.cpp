@@ -110,21 +110,26 @@ TEST(DeliveryTest, TheThumbnailKeepsTheFullPixelsOnlyOfCapturesNoLargerThanTwoDi
 }
 
 // A display encoded as it was read comes as PNG alone: its thumbnail is the
-// one its pixels would get, and a click edits the pixels in full.
+// one its pixels would get, reduced or, when small, whole, and a click edits
+// the pixels in full.
 TEST(DeliveryTest, ACaptureDeliveredAsPngAloneGetsTheSameThumbnailAndIsEditedInFull)
 {
-    const QImage capture = noise(1600, 1200);
-    AppHarness h;
-    h.app->deliver({{capture, 2.0}});
-    const QSize fromPixels = visibleThumbnail()->size();
-    h.app->deliver({{QImage(), 2.0, encodePng(capture, 2.0)}});
-    PreviewThumbView *thumbnail = visibleThumbnail();
-    EXPECT_EQ(thumbnail->size(), fromPixels);
-    QTest::mouseClick(thumbnail, Qt::LeftButton);
-    ASSERT_EQ(h.app->markupEditors().size(), 1u);
-    const MarkupEditorController *editor = h.app->markupEditors().front().get();
-    EXPECT_EQ(editor->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32), capture);
-    EXPECT_EQ(editor->imageScale(), 2.0);
+    for (const QSize size : {QSize(1600, 1200), QSize(120, 80)}) {
+        SCOPED_TRACE(size.width());
+        const QImage capture = noise(size.width(), size.height());
+        AppHarness h;
+        h.app->deliver({{capture, 2.0}});
+        const auto look = [](const PreviewThumbView *view) { return std::pair(view->size(), view->image().size()); };
+        const auto fromPixels = look(visibleThumbnail());
+        h.app->deliver({{QImage(), 2.0, encodePng(capture, 2.0)}});
+        PreviewThumbView *thumbnail = visibleThumbnail();
+        EXPECT_EQ(look(thumbnail), fromPixels);
+        QTest::mouseClick(thumbnail, Qt::LeftButton);
+        ASSERT_EQ(h.app->markupEditors().size(), 1u);
+        const MarkupEditorController *editor = h.app->markupEditors().front().get();
+        EXPECT_EQ(editor->canvas()->document().baseImage().convertToFormat(QImage::Format_RGB32), capture);
+        EXPECT_EQ(editor->imageScale(), 2.0);
+    }
 }
 
 } // namespace
